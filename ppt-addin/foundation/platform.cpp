@@ -1,0 +1,72 @@
+// The portable half of the platform services: the clock in force, test
+// overrides of known folders and the debugger-output listener.
+#include "foundation/platform.h"
+
+#include <array>
+#include <atomic>
+#include <mutex>
+
+namespace qb::platform {
+namespace {
+
+std::atomic<Clock*> g_clock{nullptr};
+
+struct FolderOverrides {
+    std::mutex lock;
+    std::array<std::u16string, 3> paths;
+};
+
+FolderOverrides& Overrides() {
+    static FolderOverrides overrides;
+    return overrides;
+}
+
+// Read on every trace line from any thread, so no lock: the pair is set
+// before the threads that trace start (a test's set-up, the front end's start).
+std::atomic<DebugListener> g_listener{nullptr};
+std::atomic<void*> g_listenerContext{nullptr};
+
+}  // namespace
+
+Clock& CurrentClock() {
+    Clock* clock = g_clock.load(std::memory_order_acquire);
+    return clock ? *clock : SystemClock();
+}
+
+void SetClockForTesting(Clock* clock) { g_clock.store(clock, std::memory_order_release); }
+
+std::u16string GetKnownFolder(KnownFolder folder) {
+    {
+        FolderOverrides& o = Overrides();
+        std::lock_guard<std::mutex> hold(o.lock);
+        const std::u16string& path = o.paths[static_cast<std::size_t>(folder)];
+        if (!path.empty()) return path;
+    }
+    return native::GetKnownFolder(folder);
+}
+
+void SetKnownFolderForTesting(KnownFolder folder, std::u16string path) {
+    FolderOverrides& o = Overrides();
+    std::lock_guard<std::mutex> hold(o.lock);
+    o.paths[static_cast<std::size_t>(folder)] = std::move(path);
+}
+
+void DebugOutput(std::u16string_view text) {
+    const DebugListener listener = g_listener.load(std::memory_order_acquire);
+    if (listener) listener(g_listenerContext.load(std::memory_order_acquire), text);
+    native::DebugOutput(text);
+}
+
+void SetDebugListener(DebugListener listener, void* context) {
+    g_listenerContext.store(context, std::memory_order_release);
+    g_listener.store(listener, std::memory_order_release);
+}
+
+std::u16string JoinPath(std::u16string_view directory, std::u16string_view name) {
+    std::u16string path(directory);
+    if (!path.empty() && path.back() != u'\\' && path.back() != u'/') path += kPathSeparator;
+    path += name;
+    return path;
+}
+
+}  // namespace qb::platform

@@ -1,0 +1,30 @@
+// UTF-8 <-> UTF-16 conversion for the HTTP and file edges. Inside the add-in
+// text is std::u16string: 16-bit units, exactly the host's wide strings.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qb {
+
+inline constexpr char16_t kReplacementChar = 0xFFFD;
+
+// Lenient: every ill-formed sequence (a stray continuation byte, a truncated,
+// overlong or surrogate encoding, a value above U+10FFFF) becomes one U+FFFD
+// per maximal ill-formed subpart, as Unicode recommends.
+std::u16string Utf8ToUtf16(std::string_view utf8);
+
+// Strict: false, with `out` emptied, at the first ill-formed sequence. Used
+// where unreadable text must read as nothing rather than as damaged text.
+bool TryUtf8ToUtf16(std::string_view utf8, std::u16string& out);
+
+// A lone surrogate becomes U+FFFD; pairs become one four-byte sequence.
+std::string Utf16ToUtf8(std::u16string_view text);
+
+// For text known to be ASCII (formatted numbers, fixed log words).
+std::u16string AsciiToUtf16(std::string_view ascii);
+
+inline bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+inline bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+}  // namespace qb
