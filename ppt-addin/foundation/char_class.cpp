@@ -42,15 +42,19 @@ bool IsDigit(char16_t unit) {
     return InRanges(kDigitRanges, unit);
 }
 
-bool IsLetterOrDigit(char16_t unit) { return IsLetter(unit) || IsDigit(unit); }
+bool IsLetterOrDigit(char16_t unit) {
+    return IsLetter(unit) || IsDigit(unit);
+}
 
-bool IsSpace(char16_t unit) { return InRanges(kSpaceRanges, unit); }
+bool IsSpace(char16_t unit) {
+    return InRanges(kSpaceRanges, unit);
+}
 
 char16_t ToLower(char16_t unit) {
-    if (unit < 0x80) return (unit >= u'A' && unit <= u'Z') ? static_cast<char16_t>(unit + 32) : unit;
-    const auto it =
-        std::upper_bound(std::begin(kLowerRuns), std::end(kLowerRuns), unit,
-                         [](char16_t u, const LowerRun& r) { return u < r.first; });
+    if (unit < 0x80)
+        return (unit >= u'A' && unit <= u'Z') ? static_cast<char16_t>(unit + 32) : unit;
+    const auto it = std::upper_bound(std::begin(kLowerRuns), std::end(kLowerRuns), unit,
+                                     [](char16_t u, const LowerRun& r) { return u < r.first; });
     if (it == std::begin(kLowerRuns)) return unit;
     const LowerRun& run = *std::prev(it);
     if (unit > run.last || (unit - run.first) % run.stride != 0) return unit;
@@ -59,7 +63,8 @@ char16_t ToLower(char16_t unit) {
 
 std::u16string ToLower(std::u16string_view text) {
     std::u16string out(text);
-    for (char16_t& unit : out) unit = ToLower(unit);
+    for (char16_t& unit : out)
+        unit = ToLower(unit);
     return out;
 }
 

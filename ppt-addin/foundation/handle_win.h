@@ -6,7 +6,7 @@
 namespace qb {
 
 class UniqueHandle {
-public:
+  public:
     UniqueHandle() = default;
     explicit UniqueHandle(HANDLE handle) : handle_(handle) {}
     ~UniqueHandle() { Reset(); }
@@ -30,13 +30,13 @@ public:
         handle_ = handle;
     }
 
-private:
+  private:
     HANDLE handle_ = nullptr;
 };
 
 // FindFirstFileW handles are closed with FindClose, not CloseHandle.
 class UniqueFindHandle {
-public:
+  public:
     explicit UniqueFindHandle(HANDLE handle) : handle_(handle) {}
     ~UniqueFindHandle() {
         if (IsValid()) ::FindClose(handle_);
@@ -47,7 +47,7 @@ public:
     HANDLE Get() const { return handle_; }
     bool IsValid() const { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
 
-private:
+  private:
     HANDLE handle_;
 };
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #if defined(_WIN32)
-#include <wtypesbase.h>
 #include <winerror.h>
+#include <wtypesbase.h>
 #else
 using HRESULT = std::int32_t;
 
@@ -52,15 +52,15 @@ inline constexpr HRESULT kHrCancelled = static_cast<HRESULT>(0x800704C7u);  // E
 }  // namespace qb
 
 // One-line failure paths, the same in every COM method.
-#define RETURN_IF_FAILED(expr)                   \
-    do {                                         \
-        const HRESULT qbHr_ = (expr);            \
-        if (FAILED(qbHr_)) return qbHr_;         \
+#define RETURN_IF_FAILED(expr)           \
+    do {                                 \
+        const HRESULT qbHr_ = (expr);    \
+        if (FAILED(qbHr_)) return qbHr_; \
     } while (0)
 
-#define RETURN_HR_IF(hr, condition)              \
-    do {                                         \
-        if (condition) return (hr);              \
+#define RETURN_HR_IF(hr, condition) \
+    do {                            \
+        if (condition) return (hr); \
     } while (0)
 
 #define RETURN_HR_IF_NULL(hr, ptr) RETURN_HR_IF((hr), (ptr) == nullptr)

@@ -33,7 +33,9 @@ Clock& CurrentClock() {
     return clock ? *clock : SystemClock();
 }
 
-void SetClockForTesting(Clock* clock) { g_clock.store(clock, std::memory_order_release); }
+void SetClockForTesting(Clock* clock) {
+    g_clock.store(clock, std::memory_order_release);
+}
 
 std::u16string GetKnownFolder(KnownFolder folder) {
     {

@@ -24,7 +24,7 @@ struct LocalTime {
 // Time as the core sees it. Tests install a clock they advance by hand, so
 // that waits and intervals are tested without sleeping.
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     // Monotonic milliseconds, as GetTickCount64.
     virtual std::uint64_t TickCount64() = 0;
@@ -95,8 +95,8 @@ bool SetFileLastWriteTime(const std::u16string& path, std::uint64_t fileTime);
 
 // A string value under HKEY_CURRENT_USER\<subKey>. On Linux the same names
 // live in files under the roaming folder's "registry" folder.
-[[nodiscard]] bool ReadUserRegistryString(std::u16string_view subKey,
-                                          std::u16string_view valueName, std::u16string& value);
+[[nodiscard]] bool ReadUserRegistryString(std::u16string_view subKey, std::u16string_view valueName,
+                                          std::u16string& value);
 bool WriteUserRegistryString(std::u16string_view subKey, std::u16string_view valueName,
                              std::u16string_view value);
 bool DeleteUserRegistryValue(std::u16string_view subKey, std::u16string_view valueName);

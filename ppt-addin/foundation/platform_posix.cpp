@@ -30,10 +30,12 @@ std::uint64_t ToFileTime(const timespec& ts) {
            static_cast<std::uint64_t>(ts.tv_nsec) / 100;
 }
 
-std::string Native(const std::u16string& path) { return Utf16ToUtf8(path); }
+std::string Native(const std::u16string& path) {
+    return Utf16ToUtf8(path);
+}
 
 class PosixClock final : public Clock {
-public:
+  public:
     std::uint64_t TickCount64() override {
         timespec ts{};
         clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -159,7 +161,9 @@ Clock& SystemClock() {
     return clock;
 }
 
-std::uint32_t CurrentThreadId() { return static_cast<std::uint32_t>(::syscall(SYS_gettid)); }
+std::uint32_t CurrentThreadId() {
+    return static_cast<std::uint32_t>(::syscall(SYS_gettid));
+}
 
 std::u16string native::GetKnownFolder(KnownFolder folder) {
     switch (folder) {

@@ -1,6 +1,6 @@
 // Windows side of the platform services: kernel32, shell32 and advapi32.
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
 
 #include "foundation/handle_win.h"
 #include "foundation/platform.h"
@@ -17,7 +17,7 @@ std::uint64_t FromFileTime(const FILETIME& ft) {
 }
 
 class WindowsClock final : public Clock {
-public:
+  public:
     std::uint64_t TickCount64() override { return ::GetTickCount64(); }
 
     LocalTime LocalNow() override {
@@ -84,7 +84,9 @@ Clock& SystemClock() {
     return clock;
 }
 
-std::uint32_t CurrentThreadId() { return ::GetCurrentThreadId(); }
+std::uint32_t CurrentThreadId() {
+    return ::GetCurrentThreadId();
+}
 
 std::u16string native::GetKnownFolder(KnownFolder folder) {
     switch (folder) {
@@ -164,8 +166,8 @@ bool ReadWholeFile(const std::u16string& path, std::string& bytes) {
     bytes.clear();
     if (path.empty()) return false;
     UniqueHandle file(::CreateFileW(AsWide(path), GENERIC_READ,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.IsValid()) return false;
     char buffer[65536];
     for (;;) {
@@ -192,8 +194,8 @@ bool MoveFileReplacing(const std::u16string& from, const std::u16string& to) {
 bool SetFileLastWriteTime(const std::u16string& path, std::uint64_t fileTime) {
     if (path.empty()) return false;
     UniqueHandle file(::CreateFileW(AsWide(path), FILE_WRITE_ATTRIBUTES,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!file.IsValid()) return false;
     FILETIME ft{static_cast<DWORD>(fileTime & 0xFFFFFFFFu), static_cast<DWORD>(fileTime >> 32)};
     return ::SetFileTime(file.Get(), nullptr, nullptr, &ft) != FALSE;
@@ -215,7 +217,8 @@ bool ReadUserRegistryString(std::u16string_view subKey, std::u16string_view valu
         return false;
     }
     buffer.resize(bytes / sizeof(wchar_t));
-    while (!buffer.empty() && buffer.back() == u'\0') buffer.pop_back();
+    while (!buffer.empty() && buffer.back() == u'\0')
+        buffer.pop_back();
     value = std::move(buffer);
     return true;
 }
@@ -228,9 +231,9 @@ bool WriteUserRegistryString(std::u16string_view subKey, std::u16string_view val
                           &handle, nullptr) != ERROR_SUCCESS) {
         return false;
     }
-    const LONG status =
-        ::RegSetValueExW(handle, AsWide(name), 0, REG_SZ, reinterpret_cast<const BYTE*>(data.c_str()),
-                         static_cast<DWORD>((data.size() + 1) * sizeof(wchar_t)));
+    const LONG status = ::RegSetValueExW(handle, AsWide(name), 0, REG_SZ,
+                                         reinterpret_cast<const BYTE*>(data.c_str()),
+                                         static_cast<DWORD>((data.size() + 1) * sizeof(wchar_t)));
     ::RegCloseKey(handle);
     return status == ERROR_SUCCESS;
 }

@@ -24,7 +24,11 @@ std::string Utf16ToUtf8(std::u16string_view text);
 // For text known to be ASCII (formatted numbers, fixed log words).
 std::u16string AsciiToUtf16(std::string_view ascii);
 
-inline bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-inline bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+inline bool IsHighSurrogate(char16_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+inline bool IsLowSurrogate(char16_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 }  // namespace qb

@@ -63,7 +63,9 @@ bool IsLogFileName(std::u16string_view name) {
 TraceLog::TraceLog(platform::Clock* clock, Folders folders)
     : clock_(clock), folders_(std::move(folders)), lastMaintenance_(kNever) {}
 
-platform::Clock& TraceLog::Clock() const { return clock_ ? *clock_ : platform::CurrentClock(); }
+platform::Clock& TraceLog::Clock() const {
+    return clock_ ? *clock_ : platform::CurrentClock();
+}
 
 const std::u16string& TraceLog::LogDirectory() {
     std::call_once(chosen_, [this] { directory_ = ChooseDirectory(); });
@@ -118,17 +120,18 @@ void TraceLog::Trace(const char16_t* text) {
 
     const platform::LocalTime t = Clock().LocalNow();
     char prefix[96];
-    const int n = std::snprintf(prefix, sizeof prefix, "[%04u-%02u-%02u %02u:%02u:%02u.%03u tid=%lu] ",
-                                unsigned{t.year}, unsigned{t.month}, unsigned{t.day},
-                                unsigned{t.hour}, unsigned{t.minute}, unsigned{t.second},
-                                unsigned{t.milliseconds},
-                                static_cast<unsigned long>(platform::CurrentThreadId()));
+    const int n =
+        std::snprintf(prefix, sizeof prefix, "[%04u-%02u-%02u %02u:%02u:%02u.%03u tid=%lu] ",
+                      unsigned{t.year}, unsigned{t.month}, unsigned{t.day}, unsigned{t.hour},
+                      unsigned{t.minute}, unsigned{t.second}, unsigned{t.milliseconds},
+                      static_cast<unsigned long>(platform::CurrentThreadId()));
 
     Maintain(directory, path);
 
     // Three appends, each opening and closing the file: lines of two threads
     // may interleave by the piece, and no lock is needed.
-    if (n > 0) AppendPiece(path, AsciiToUtf16(std::string_view(prefix, static_cast<std::size_t>(n))));
+    if (n > 0)
+        AppendPiece(path, AsciiToUtf16(std::string_view(prefix, static_cast<std::size_t>(n))));
     AppendPiece(path, line);
     AppendPiece(path, kCrLf);
 }
@@ -149,7 +152,8 @@ void TraceLog::HttpTrace(const char* message) {
     const std::size_t room = kHttpTraceLineBytes - line.size() - 1;
     if (body.size() > room) {
         std::size_t cut = room;
-        while (cut > 0 && (static_cast<unsigned char>(body[cut]) & 0xC0) == 0x80) --cut;
+        while (cut > 0 && (static_cast<unsigned char>(body[cut]) & 0xC0) == 0x80)
+            --cut;
         body = body.substr(0, cut);
     }
     line.append(body);
@@ -185,9 +189,9 @@ void RotateLog(const std::u16string& path, const platform::LocalTime& t) {
                                 unsigned{t.month}, unsigned{t.day}, unsigned{t.hour},
                                 unsigned{t.minute}, unsigned{t.second});
     if (n <= 0) return;
-    const std::u16string target = path.substr(0, dot) + u"." +
-                                  AsciiToUtf16(std::string_view(stamp, static_cast<std::size_t>(n))) +
-                                  u".log";
+    const std::u16string target =
+        path.substr(0, dot) + u"." +
+        AsciiToUtf16(std::string_view(stamp, static_cast<std::size_t>(n))) + u".log";
     platform::MoveFileReplacing(path, target);  // a failure is tried again next time
 }
 
@@ -201,7 +205,8 @@ void PruneLogsByAge(const std::u16string& directory, std::uint64_t now) {
 void PruneLogsBySize(const std::u16string& directory) {
     std::vector<LogFile> files = ListLogFiles(directory);
     std::uint64_t total = 0;
-    for (const LogFile& file : files) total += file.info.size;
+    for (const LogFile& file : files)
+        total += file.info.size;
     if (total <= kMaxLogBytes) return;
     std::sort(files.begin(), files.end(), [](const LogFile& a, const LogFile& b) {
         return a.info.lastWriteFileTime < b.info.lastWriteFileTime;
@@ -213,9 +218,9 @@ void PruneLogsBySize(const std::u16string& directory) {
 }
 
 TraceLog& ProcessTraceLog() {
-    static TraceLog log(nullptr,
-                        TraceLog::Folders{platform::GetKnownFolder(platform::KnownFolder::LocalAppData),
-                                          platform::GetKnownFolder(platform::KnownFolder::Module)});
+    static TraceLog log(
+        nullptr, TraceLog::Folders{platform::GetKnownFolder(platform::KnownFolder::LocalAppData),
+                                   platform::GetKnownFolder(platform::KnownFolder::Module)});
     return log;
 }
 
@@ -228,7 +233,9 @@ void Trace(const char16_t* text) {
     }
 }
 
-void Trace(const std::u16string& text) { Trace(text.c_str()); }
+void Trace(const std::u16string& text) {
+    Trace(text.c_str());
+}
 
 void HttpTrace(const char* message) {
     try {

@@ -23,8 +23,8 @@ std::u16string GetLogDirectory();
 // The folder of the add-in's own file, without a trailing separator, or empty.
 std::u16string GetModuleDirectory();
 
-inline constexpr std::uint64_t kMaxLogBytes = 52428800;                 // 50 MiB
-inline constexpr std::uint64_t kMaxLogAgeFileTime = 2592000000000ull;   // 3 days in 100 ns
+inline constexpr std::uint64_t kMaxLogBytes = 52428800;                // 50 MiB
+inline constexpr std::uint64_t kMaxLogAgeFileTime = 2592000000000ull;  // 3 days in 100 ns
 inline constexpr std::uint64_t kLogMaintenanceIntervalMs = 300000;
 inline constexpr std::size_t kHttpTraceLineBytes = 1536;
 inline constexpr char16_t kTraceFileName[] = u"QuillbrookPane_ppt_trace.log";
@@ -47,7 +47,7 @@ void PruneLogsBySize(const std::u16string& directory);
 // first use from the known folders; tests build their own over temporary
 // folders and a hand-advanced clock.
 class TraceLog {
-public:
+  public:
     struct Folders {
         std::u16string localAppData;     // empty: the platform couldn't say
         std::u16string moduleDirectory;  // empty: no fallback
@@ -61,7 +61,7 @@ public:
     // Chosen on the first call, once, and kept.
     const std::u16string& LogDirectory();
 
-private:
+  private:
     platform::Clock& Clock() const;
     void Maintain(const std::u16string& directory, const std::u16string& path);
     std::u16string ChooseDirectory();

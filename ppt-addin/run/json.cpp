@@ -84,16 +84,22 @@ std::size_t SkipAfterFirstHit(std::u16string_view json, std::u16string_view key,
     std::size_t p = json.find(needle);
     if (p == npos) return npos;
     p += needle.size();
-    while (p < json.size() && skip.find(json[p]) != npos) ++p;
+    while (p < json.size() && skip.find(json[p]) != npos)
+        ++p;
     return p;
 }
 
-bool IsCSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r'); }
-bool IsAsciiDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+bool IsCSpace(char16_t c) {
+    return c == u' ' || (c >= u'\t' && c <= u'\r');
+}
+bool IsAsciiDigit(char16_t c) {
+    return c >= u'0' && c <= u'9';
+}
 
 // A decimal number as strtod reads one, independent of the C locale.
 double ParseDecimal(std::u16string_view text, std::size_t p) {
-    while (p < text.size() && IsCSpace(text[p])) ++p;
+    while (p < text.size() && IsCSpace(text[p]))
+        ++p;
     std::string ascii;
     bool negative = false;
     if (p < text.size() && (text[p] == u'+' || text[p] == u'-')) {
@@ -111,7 +117,8 @@ double ParseDecimal(std::u16string_view text, std::size_t p) {
     if (p < text.size() && text[p] == u'.') {
         std::string fraction;
         std::size_t q = p + 1;
-        while (q < text.size() && IsAsciiDigit(text[q])) fraction += static_cast<char>(text[q++]);
+        while (q < text.size() && IsAsciiDigit(text[q]))
+            fraction += static_cast<char>(text[q++]);
         if (intDigits > 0 || !fraction.empty()) {
             ascii += '.';
             ascii += fraction;
@@ -124,13 +131,16 @@ double ParseDecimal(std::u16string_view text, std::size_t p) {
     if (p < text.size() && (text[p] == u'e' || text[p] == u'E')) {
         std::size_t q = p + 1;
         bool negativeExp = false;
-        if (q < text.size() && (text[q] == u'+' || text[q] == u'-')) negativeExp = text[q++] == u'-';
+        if (q < text.size() && (text[q] == u'+' || text[q] == u'-'))
+            negativeExp = text[q++] == u'-';
         if (q < text.size() && IsAsciiDigit(text[q])) {
             std::string digits;
-            while (q < text.size() && IsAsciiDigit(text[q])) digits += static_cast<char>(text[q++]);
+            while (q < text.size() && IsAsciiDigit(text[q]))
+                digits += static_cast<char>(text[q++]);
             ascii += negativeExp ? "e-" : "e";
             ascii += digits;
-            for (char d : digits) exponent = std::min<long long>(exponent * 10 + (d - '0'), 1000000);
+            for (char d : digits)
+                exponent = std::min<long long>(exponent * 10 + (d - '0'), 1000000);
             if (negativeExp) exponent = -exponent;
         }
     }
@@ -138,8 +148,8 @@ double ParseDecimal(std::u16string_view text, std::size_t p) {
     const auto result = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value);
     if (result.ec == std::errc::result_out_of_range) {
         // Too large or too small for a double: the magnitude's order decides.
-        const long long order = static_cast<long long>(intDigits) -
-                                static_cast<long long>(leadingZeros) + exponent;
+        const long long order =
+            static_cast<long long>(intDigits) - static_cast<long long>(leadingZeros) + exponent;
         value = order > 0 ? std::numeric_limits<double>::infinity() : 0.0;
     } else if (result.ec != std::errc()) {
         return 0.0;
@@ -183,7 +193,9 @@ std::u16string JsonEscape(std::u16string_view text) {
     return out;
 }
 
-std::u16string JsonQuote(std::u16string_view text) { return u"\"" + JsonEscape(text) + u"\""; }
+std::u16string JsonQuote(std::u16string_view text) {
+    return u"\"" + JsonEscape(text) + u"\"";
+}
 
 void JsonObjectWriter::Key(std::u16string_view key) {
     if (text_.size() > 1) text_ += u',';
@@ -236,7 +248,8 @@ std::u16string ReadJsonString(std::u16string_view json, std::u16string_view key)
         const std::size_t hit = json.find(needle, from);
         if (hit == npos) return {};
         std::size_t p = hit + needle.size();
-        while (p < json.size() && (json[p] == u' ' || json[p] == u'\t')) ++p;
+        while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
+            ++p;
         if (p < json.size() && json[p] == u':') {
             // The next quote anywhere opens the value, as the scanners always did.
             const std::size_t open = json.find(u'"', p + 1);
@@ -333,7 +346,8 @@ bool ReadStoreBool(std::u16string_view json, std::u16string_view key) {
     std::size_t p = json.find(u':', hit + needle.size());
     if (p == npos) return true;
     ++p;
-    while (p < json.size() && (json[p] == u' ' || json[p] == u'\t')) ++p;
+    while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
+        ++p;
     if (json.substr(p, 4) == u"true") return true;
     if (json.substr(p, 5) == u"false") return false;
     return true;

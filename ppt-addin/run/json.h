@@ -21,7 +21,7 @@ std::u16string JsonQuote(std::u16string_view text);
 
 // Builds one object with its keys in the order they are added.
 class JsonObjectWriter {
-public:
+  public:
     JsonObjectWriter& String(std::u16string_view key, std::u16string_view value);
     JsonObjectWriter& Bool(std::u16string_view key, bool value);
     JsonObjectWriter& Integer(std::u16string_view key, std::int64_t value);
@@ -30,7 +30,7 @@ public:
     // The object with its closing brace; the writer can't be added to after.
     std::u16string Finish();
 
-private:
+  private:
     void Key(std::u16string_view key);
     std::u16string text_ = u"{";
 };

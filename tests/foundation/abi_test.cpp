@@ -29,7 +29,7 @@ struct ICalculator {
 };
 
 class Calculator final : public ICalculator {
-public:
+  public:
     explicit Calculator(std::int32_t base) : base_(base) {}
     HRESULT STDMETHODCALLTYPE Add(std::int32_t value, std::int32_t* result) override {
         if (!result) return E_POINTER;
@@ -41,7 +41,7 @@ public:
         return static_cast<std::uint32_t>(base_ + a + b + static_cast<std::int64_t>(c) + d);
     }
 
-private:
+  private:
     std::int32_t base_;
 };
 
@@ -119,7 +119,8 @@ TEST(WideStrings, SdkSeesTheSameUnits) {
     EXPECT_EQ(::CompareStringOrdinal(AsWide(text), -1, L"\u00E9\u4E2D\U0001F600", -1, FALSE),
               CSTR_EQUAL);
     char utf8[32] = {};
-    const int n = ::WideCharToMultiByte(CP_UTF8, 0, AsWide(text), -1, utf8, sizeof utf8, nullptr, nullptr);
+    const int n =
+        ::WideCharToMultiByte(CP_UTF8, 0, AsWide(text), -1, utf8, sizeof utf8, nullptr, nullptr);
     EXPECT_EQ(std::string(utf8, static_cast<std::size_t>(n > 0 ? n - 1 : 0)),
               "\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80");
     EXPECT_EQ(FromWide(L"\u00E9\u4E2D\U0001F600"), text);
@@ -143,7 +144,8 @@ TEST(WideStrings, FileNamesMatchTheSdksWideNames) {
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
     ::CloseHandle(file);
     bool listed = false;
-    for (const auto& e : platform::ListDirectory(dir.Path())) listed |= e.name == u"\u0416.txt";
+    for (const auto& e : platform::ListDirectory(dir.Path()))
+        listed |= e.name == u"\u0416.txt";
     EXPECT_TRUE(listed);
 }
 #endif

@@ -54,7 +54,10 @@ TEST(Utf16Encode, PairsBecomeOneSequenceAndLoneSurrogatesAreReplaced) {
         {"ascii", u"abc", "abc"},
         {"bmp", u"\u00E9\u4E2D\uFFFF", "\xC3\xA9\xE4\xB8\xAD\xEF\xBF\xBF"},
         {"pair", u"\U0001F600", "\xF0\x9F\x98\x80"},
-        {"lone high", {u'a', 0xD83D, u'b'}, "a\xEF\xBF\xBD" "b"},
+        {"lone high",
+         {u'a', 0xD83D, u'b'},
+         "a\xEF\xBF\xBD"
+         "b"},
         {"lone low", {0xDE00}, "\xEF\xBF\xBD"},
         {"high at end", {u'a', 0xD83D}, "a\xEF\xBF\xBD"},
         {"reversed pair", {0xDE00, 0xD83D}, "\xEF\xBF\xBD\xEF\xBF\xBD"},

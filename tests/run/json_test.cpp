@@ -13,7 +13,9 @@
 namespace qb {
 namespace {
 
-std::string Show(std::u16string_view text) { return Utf16ToUtf8(text); }
+std::string Show(std::u16string_view text) {
+    return Utf16ToUtf8(text);
+}
 
 TEST(JsonEscape, EscapesOnlyWhatJsonNeeds) {
     const struct {
@@ -50,16 +52,21 @@ TEST(JsonWriter, KeepsKeysInTheOrderGiven) {
 // Whatever a writer produces, the scanners read back exactly.
 TEST(JsonWriter, ScannersReadBackWhatWritersWrote) {
     const std::u16string values[] = {
-        u"", u"quote \" backslash \\ slash /", u"line\nfeed\r\ttab",
-        std::u16string{0x01, 0x1F, u'x'}, u"\u4E2D\u6587 \U0001F600", u"\"key\":\"fake\"",
+        u"",
+        u"quote \" backslash \\ slash /",
+        u"line\nfeed\r\ttab",
+        std::u16string{0x01, 0x1F, u'x'},
+        u"\u4E2D\u6587 \U0001F600",
+        u"\"key\":\"fake\"",
     };
     for (const auto& value : values) {
         const std::u16string json =
             JsonObjectWriter().String(u"first", value).String(u"text", value).Finish();
         EXPECT_EQ(ReadJsonString(json, u"text"), value) << Show(json);
         EXPECT_EQ(ReadStoreString(json, u"first"), value) << Show(json);
-        EXPECT_EQ(ReadJsonStringArray(u"{\"list\":" + JsonStringArray({value, value}) + u"}", u"list"),
-                  (std::vector<std::u16string>{value, value}));
+        EXPECT_EQ(
+            ReadJsonStringArray(u"{\"list\":" + JsonStringArray({value, value}) + u"}", u"list"),
+            (std::vector<std::u16string>{value, value}));
     }
 }
 
@@ -87,7 +94,8 @@ TEST(JsonReadString, FindsTheKeyAndDecodesItsValue) {
         {"unicode escape", u"{\"a\":\"\\u4e2D\\u00e9\"}", u"a", u"\u4E2D\u00E9"},
         {"surrogate pair escape kept as two units", u"{\"a\":\"\\ud83d\\ude00\"}", u"a",
          u"\U0001F600"},
-        {"broken surrogate kept alone", u"{\"a\":\"\\ud83dx\"}", u"a", std::u16string{0xD83D, u'x'}},
+        {"broken surrogate kept alone", u"{\"a\":\"\\ud83dx\"}", u"a",
+         std::u16string{0xD83D, u'x'}},
         {"non-hex escape gives unit 0", u"{\"a\":\"\\uZZ12x\"}", u"a", std::u16string{0, u'x'}},
         {"\\u too near the end", u"{\"a\":\"\\u12", u"a", u"u12"},
         {"backslash as the last unit", u"{\"a\":\"x\\", u"a", u"x\\"},
@@ -104,13 +112,16 @@ TEST(JsonReadBool, TrueOnlyForTrueOrOne) {
         std::u16string json;
         bool value;
     } cases[] = {
-        {u"{\"k\":true}", true},     {u"{\"k\" : true}", true},     {u"{\"k\": : true}", true},
-        {u"{\"k\":1}", true},        {u"{\"k\":10}", true},          {u"{\"k\":false}", false},
-        {u"{\"k\":\"true\"}", false}, {u"{\"k\":0}", false},          {u"{\"k\":TRUE}", false},
-        {u"{\"k\":\ttrue}", false},  {u"{\"x\":1}", false},          {u"{\"k\":tru", false},
-        {u"{\"k\"", false},          {u"", false},
+        {u"{\"k\":true}", true},      {u"{\"k\" : true}", true},
+        {u"{\"k\": : true}", true},   {u"{\"k\":1}", true},
+        {u"{\"k\":10}", true},        {u"{\"k\":false}", false},
+        {u"{\"k\":\"true\"}", false}, {u"{\"k\":0}", false},
+        {u"{\"k\":TRUE}", false},     {u"{\"k\":\ttrue}", false},
+        {u"{\"x\":1}", false},        {u"{\"k\":tru", false},
+        {u"{\"k\"", false},           {u"", false},
     };
-    for (const auto& c : cases) EXPECT_EQ(ReadJsonBool(c.json, u"k"), c.value) << Show(c.json);
+    for (const auto& c : cases)
+        EXPECT_EQ(ReadJsonBool(c.json, u"k"), c.value) << Show(c.json);
 }
 
 TEST(JsonReadNumber, ReadsDecimalNumbersAndZeroOtherwise) {
@@ -176,7 +187,8 @@ TEST(JsonReadStringArray, CollectsTheStringsOfTheFirstArray) {
         {"unterminated array", u"{\"t\":[\"a\",\"b", {u"a", u"b"}},
         {"nested arrays give their strings", u"{\"t\":[[\"a\"],[\"b\"]]}", {u"a"}},
     };
-    for (const auto& c : cases) EXPECT_EQ(ReadJsonStringArray(c.json, u"t"), c.items) << c.name;
+    for (const auto& c : cases)
+        EXPECT_EQ(ReadJsonStringArray(c.json, u"t"), c.items) << c.name;
 }
 
 TEST(JsonReadObjectText, ReturnsTheMatchingBraces) {
@@ -193,7 +205,8 @@ TEST(JsonReadObjectText, ReturnsTheMatchingBraces) {
         {"no object after key", u"{\"o\":1}", u""},
         {"string ends the text", u"{\"o\":{\"s\":\"abc", u""},
     };
-    for (const auto& c : cases) EXPECT_EQ(ReadJsonObjectText(c.json, u"o"), c.text) << c.name;
+    for (const auto& c : cases)
+        EXPECT_EQ(ReadJsonObjectText(c.json, u"o"), c.text) << c.name;
 }
 
 TEST(JsonStoreSet, ReadsTheStoreFilesLeniently) {
@@ -209,12 +222,13 @@ TEST(JsonStoreSet, ReadsTheStoreFilesLeniently) {
         std::u16string json;
         bool value;
     } bools[] = {
-        {u"{\"enabled\":false}", false}, {u"{\"enabled\" :\t false}", false},
-        {u"{\"enabled\":true}", true},   {u"{\"enabled\":0}", true},
+        {u"{\"enabled\":false}", false},    {u"{\"enabled\" :\t false}", false},
+        {u"{\"enabled\":true}", true},      {u"{\"enabled\":0}", true},
         {u"{\"enabled\":\"false\"}", true}, {u"{\"other\":false}", true},
-        {u"{\"enabled\"}", true},        {u"", true},
+        {u"{\"enabled\"}", true},           {u"", true},
     };
-    for (const auto& c : bools) EXPECT_EQ(ReadStoreBool(c.json, u"enabled"), c.value) << Show(c.json);
+    for (const auto& c : bools)
+        EXPECT_EQ(ReadStoreBool(c.json, u"enabled"), c.value) << Show(c.json);
 }
 
 TEST(JsonParseHexColor, AcceptsExactlySevenCharacters) {

@@ -19,9 +19,8 @@ std::int64_t DaysFrom1601(int y, int m, int d) {
 std::uint64_t FileTimeFromUtc(int year, int month, int day, int hour, int minute, int second,
                               int milliseconds) {
     const std::int64_t days = DaysFrom1601(year, month, day);
-    const std::int64_t ms =
-        ((days * 24 + hour) * 60 + minute) * 60000 + static_cast<std::int64_t>(second) * 1000 +
-        milliseconds;
+    const std::int64_t ms = ((days * 24 + hour) * 60 + minute) * 60000 +
+                            static_cast<std::int64_t>(second) * 1000 + milliseconds;
     return static_cast<std::uint64_t>(ms) * 10000ull;
 }
 

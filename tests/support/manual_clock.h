@@ -10,7 +10,7 @@
 namespace qb::test {
 
 class ManualClock final : public platform::Clock {
-public:
+  public:
     // 2026-03-01 09:41:07.123, a tick count far from zero.
     ManualClock();
 
@@ -26,7 +26,7 @@ public:
     }
     void SetFileTime(std::uint64_t fileTime) { fileTime_ = fileTime; }
 
-private:
+  private:
     std::atomic<std::uint64_t> ticks_;
     std::atomic<std::uint64_t> fileTime_;
 };
@@ -40,7 +40,7 @@ inline constexpr std::uint64_t kFileTimePerDay = 1440 * kFileTimePerMinute;
 
 // Installs a clock as the process's clock for one scope.
 class ScopedClock {
-public:
+  public:
     explicit ScopedClock(platform::Clock& clock) { platform::SetClockForTesting(&clock); }
     ~ScopedClock() { platform::SetClockForTesting(nullptr); }
     ScopedClock(const ScopedClock&) = delete;

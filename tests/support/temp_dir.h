@@ -7,7 +7,7 @@
 namespace qb::test {
 
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -16,7 +16,7 @@ public:
     const std::u16string& Path() const { return path_; }
     std::u16string Join(std::u16string_view name) const;
 
-private:
+  private:
     std::u16string path_;
 };
 

@@ -1,0 +1,123 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test: the native suites plain, under
+# ASan+UBSan and under TSan, the fuzz targets for a bounded number of runs,
+# the format check, and the Windows test executables under 64-bit and 32-bit
+# Wine. Ends with one line "N passed, M failed" over all of them.
+set -u
+cd "$(dirname "$0")/.."
+root=$(pwd)
+
+bash scripts/install-deps.sh || { echo "0 passed, 1 failed"; exit 1; }
+
+export WINEDEBUG=-all
+FUZZ_RUNS=${FUZZ_RUNS:-200000}
+passed=0
+failed=0
+summary=()
+
+note() { printf '\n== %s\n' "$*"; }
+record() {  # name passed failed
+  passed=$((passed + $2)); failed=$((failed + $3))
+  summary+=("$(printf '%-28s %5d passed, %d failed' "$1" "$2" "$3")")
+}
+
+# --- Build ---------------------------------------------------------------
+presets=(native asan tsan win32 win64)
+build_ok=1
+mkdir -p build/logs build/wine
+for p in "${presets[@]}"; do
+  note "build $p"
+  if [ ! -f "build/$p/build.ninja" ]; then
+    if ! cmake --preset "$p" >"build/logs/configure-$p.log" 2>&1; then
+      tail -n 40 "build/logs/configure-$p.log"
+      build_ok=0
+      record "build $p" 0 1
+      continue
+    fi
+  fi
+  if cmake --build --preset "$p" >"build/logs/build-$p.log" 2>&1; then
+    echo "ok"
+  else
+    tail -n 60 "build/logs/build-$p.log"
+    build_ok=0
+    record "build $p" 0 1
+  fi
+done
+
+# --- Runs ----------------------------------------------------------------
+# Runs one GoogleTest executable and counts its results; a crash or a hang
+# counts as one failure more than the executable reported.
+run_gtest() {  # name command...
+  local name=$1; shift
+  note "$name"
+  local log="build/logs/$(echo "$name" | tr ' /' '__').log"
+  timeout 900 "$@" --gtest_color=no >"$log" 2>&1
+  local rc=$?
+  local p f
+  p=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) test.*/\1/p' "$log" | tail -n 1)
+  f=$(sed -n 's/^\[  FAILED  \] \([0-9]*\) test.*listed below.*/\1/p' "$log" | tail -n 1)
+  p=${p:-0}; f=${f:-0}
+  grep -E '^\[  FAILED  \] [A-Za-z]|: Failure$|ERROR: |WARNING: ThreadSanitizer' "$log" | head -n 40
+  if [ "$rc" -ne 0 ] && [ "$f" -eq 0 ]; then
+    echo "$name exited with $rc; the last lines of its output:"
+    tail -n 30 "$log"
+    f=1
+  fi
+  echo "$p passed, $f failed"
+  record "$name" "$p" "$f"
+}
+
+if [ -x build/native/tests/qb_tests ]; then run_gtest "native" build/native/tests/qb_tests; fi
+if [ -x build/asan/tests/qb_tests ]; then
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
+    run_gtest "native asan+ubsan" build/asan/tests/qb_tests
+fi
+if [ -x build/tsan/tests/qb_tests ]; then
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_gtest "native tsan" build/tsan/tests/qb_tests
+fi
+
+for fuzzer in build/asan/tests/fuzz/*_fuzz; do
+  [ -x "$fuzzer" ] || continue
+  name=$(basename "$fuzzer")
+  note "fuzz $name ($FUZZ_RUNS runs)"
+  corpus="build/fuzz-corpus/$name"
+  mkdir -p "$corpus"
+  seeds="tests/fuzz/seeds"
+  if timeout 900 "$fuzzer" -runs="$FUZZ_RUNS" -max_len=1024 -seed=1 "$corpus" "$seeds" \
+       >"build/logs/$name.log" 2>&1; then
+    tail -n 1 "build/logs/$name.log"
+    record "fuzz $name" 1 0
+  else
+    tail -n 40 "build/logs/$name.log"
+    record "fuzz $name" 0 1
+  fi
+done
+
+# Wine: a prefix of our own in the build folder, made on first use.
+if [ -f build/win64/tests/qb_tests.exe ]; then
+  wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+  WINEPREFIX="$root/build/wine/prefix64" WINEARCH=win64 \
+    run_gtest "wine64 (x64)" "$wine64" build/win64/tests/qb_tests.exe
+  WINEPREFIX="$root/build/wine/prefix64" wineserver -k 2>/dev/null
+fi
+if [ -f build/win32/tests/qb_tests.exe ]; then
+  WINEPREFIX="$root/build/wine/prefix32" WINEARCH=win32 \
+    run_gtest "wine32 (x86)" wine build/win32/tests/qb_tests.exe
+  WINEPREFIX="$root/build/wine/prefix32" wineserver -k 2>/dev/null
+fi
+
+note "format"
+mapfile -t sources < <(git ls-files '*.cpp' '*.h' 2>/dev/null)
+if clang-format --dry-run --Werror "${sources[@]}" >build/logs/format.log 2>&1; then
+  echo "ok (${#sources[@]} files)"
+  record "format" 1 0
+else
+  head -n 40 build/logs/format.log
+  echo "run: git ls-files '*.cpp' '*.h' | xargs clang-format -i"
+  record "format" 0 1
+fi
+
+note "summary"
+printf '%s\n' "${summary[@]}"
+echo "${passed} passed, ${failed} failed"
+[ "$failed" -eq 0 ] && [ "$build_ok" -eq 1 ]
