@@ -27,22 +27,26 @@ case " ${need[*]} " in
   *":i386"*) dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386 ;;
 esac
 
-# The i386 security index can lag behind amd64; preferring the main release
-# during this install keeps the amd64 and i386 twins at one version.
-pref=/etc/apt/preferences.d/zz-ppt-addin-wine32
-cat > "$pref" <<'PREF'
-Package: *
-Pin: release l=Debian-Security
-Pin-Priority: 100
-PREF
-trap 'rm -f "$pref"' EXIT
-
 echo "install-deps: installing ${need[*]}"
-# In that lagging state apt-get update itself exits non-zero; the install decides.
+# When the i386 security index lags behind amd64, apt-get update itself exits
+# non-zero; the install decides.
 apt-get update -qq >/dev/null 2>&1 || echo "install-deps: apt-get update reported a problem, going on"
-apt-get install -y -qq --no-install-recommends "${need[@]}" >/tmp/ppt-addin-apt.log 2>&1 || {
-  echo "install-deps: apt-get install failed; the last lines of its log:" >&2
-  tail -n 30 /tmp/ppt-addin-apt.log >&2
-  exit 1
-}
+log=$(mktemp)
+install() { apt-get install -y -qq --no-install-recommends "${need[@]}" >"$log" 2>&1; }
+if ! install; then
+  # The lag leaves amd64 libraries newer than their i386 twins; preferring
+  # the main release for this install keeps each pair at one version.
+  echo "install-deps: retrying with the security archive pinned below the main release"
+  pref=/etc/apt/preferences.d/zz-ppt-addin-wine32
+  printf 'Package: *\nPin: release l=Debian-Security\nPin-Priority: 100\n' >"$pref"
+  install
+  status=$?
+  rm -f "$pref"
+  if [ "$status" -ne 0 ]; then
+    echo "install-deps: apt-get install failed; the last lines of its log:" >&2
+    tail -n 30 "$log" >&2
+    exit 1
+  fi
+fi
+rm -f "$log"
 echo "install-deps: done"

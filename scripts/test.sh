@@ -24,25 +24,29 @@ record() {  # name passed failed
 # --- Build ---------------------------------------------------------------
 presets=(native asan tsan win32 win64)
 build_ok=1
+declare -A built
 mkdir -p build/logs build/wine
 for p in "${presets[@]}"; do
   note "build $p"
-  if [ ! -f "build/$p/build.ninja" ]; then
-    if ! cmake --preset "$p" >"build/logs/configure-$p.log" 2>&1; then
-      tail -n 40 "build/logs/configure-$p.log"
-      build_ok=0
-      record "build $p" 0 1
-      continue
-    fi
+  # Configuring again is cheap when nothing changed, and picks up preset edits.
+  if ! cmake --preset "$p" >"build/logs/configure-$p.log" 2>&1; then
+    tail -n 40 "build/logs/configure-$p.log"
+    build_ok=0
+    record "build $p" 0 1
+    continue
   fi
   if cmake --build --preset "$p" >"build/logs/build-$p.log" 2>&1; then
     echo "ok"
+    built[$p]=1
   else
     tail -n 60 "build/logs/build-$p.log"
     build_ok=0
     record "build $p" 0 1
   fi
 done
+# A build that failed runs none of its suites: an older executable would
+# report on code that is no longer there.
+ran() { [ "${built[$1]:-0}" = 1 ]; }
 
 # --- Runs ----------------------------------------------------------------
 # Runs one GoogleTest executable and counts its results; a crash or a hang
@@ -67,17 +71,17 @@ run_gtest() {  # name command...
   record "$name" "$p" "$f"
 }
 
-if [ -x build/native/tests/qb_tests ]; then run_gtest "native" build/native/tests/qb_tests; fi
-if [ -x build/asan/tests/qb_tests ]; then
+if ran native; then run_gtest "native" build/native/tests/qb_tests; fi
+if ran asan; then
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
     run_gtest "native asan+ubsan" build/asan/tests/qb_tests
 fi
-if [ -x build/tsan/tests/qb_tests ]; then
+if ran tsan; then
   TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_gtest "native tsan" build/tsan/tests/qb_tests
 fi
 
 for fuzzer in build/asan/tests/fuzz/*_fuzz; do
-  [ -x "$fuzzer" ] || continue
+  ran asan && [ -x "$fuzzer" ] || continue
   name=$(basename "$fuzzer")
   note "fuzz $name ($FUZZ_RUNS runs)"
   corpus="build/fuzz-corpus/$name"
@@ -94,13 +98,13 @@ for fuzzer in build/asan/tests/fuzz/*_fuzz; do
 done
 
 # Wine: a prefix of our own in the build folder, made on first use.
-if [ -f build/win64/tests/qb_tests.exe ]; then
+if ran win64; then
   wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
   WINEPREFIX="$root/build/wine/prefix64" WINEARCH=win64 \
     run_gtest "wine64 (x64)" "$wine64" build/win64/tests/qb_tests.exe
   WINEPREFIX="$root/build/wine/prefix64" wineserver -k 2>/dev/null
 fi
-if [ -f build/win32/tests/qb_tests.exe ]; then
+if ran win32; then
   WINEPREFIX="$root/build/wine/prefix32" WINEARCH=win32 \
     run_gtest "wine32 (x86)" wine build/win32/tests/qb_tests.exe
   WINEPREFIX="$root/build/wine/prefix32" wineserver -k 2>/dev/null
@@ -108,7 +112,10 @@ fi
 
 note "format"
 mapfile -t sources < <(git ls-files '*.cpp' '*.h' 2>/dev/null)
-if clang-format --dry-run --Werror "${sources[@]}" >build/logs/format.log 2>&1; then
+if [ ${#sources[@]} -eq 0 ]; then
+  echo "no sources listed (not a git checkout?)"
+  record "format" 0 1
+elif clang-format --dry-run --Werror "${sources[@]}" >build/logs/format.log 2>&1; then
   echo "ok (${#sources[@]} files)"
   record "format" 1 0
 else

@@ -4,7 +4,9 @@
 
 #include <array>
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <vector>
 
 namespace qb::platform {
 namespace {
@@ -21,10 +23,15 @@ FolderOverrides& Overrides() {
     return overrides;
 }
 
-// Read on every trace line from any thread, so no lock: the pair is set
-// before the threads that trace start (a test's set-up, the front end's start).
-std::atomic<DebugListener> g_listener{nullptr};
-std::atomic<void*> g_listenerContext{nullptr};
+// Read on every trace line from any thread, so no lock on that road: one
+// atomic pointer to an immutable pair. Replaced pairs are kept, never freed,
+// since a trace on another thread may still be calling one.
+struct Listener {
+    DebugListener function;
+    void* context;
+};
+std::atomic<const Listener*> g_listener{nullptr};
+std::mutex g_retiredLock;
 
 }  // namespace
 
@@ -54,14 +61,17 @@ void SetKnownFolderForTesting(KnownFolder folder, std::u16string path) {
 }
 
 void DebugOutput(std::u16string_view text) {
-    const DebugListener listener = g_listener.load(std::memory_order_acquire);
-    if (listener) listener(g_listenerContext.load(std::memory_order_acquire), text);
+    const Listener* listener = g_listener.load(std::memory_order_acquire);
+    if (listener && listener->function) listener->function(listener->context, text);
     native::DebugOutput(text);
 }
 
 void SetDebugListener(DebugListener listener, void* context) {
-    g_listenerContext.store(context, std::memory_order_release);
-    g_listener.store(listener, std::memory_order_release);
+    static std::vector<std::unique_ptr<Listener>> retired;
+    auto pair = std::make_unique<Listener>(Listener{listener, context});
+    std::lock_guard<std::mutex> hold(g_retiredLock);
+    g_listener.store(pair.get(), std::memory_order_release);
+    retired.push_back(std::move(pair));
 }
 
 std::u16string JoinPath(std::u16string_view directory, std::u16string_view name) {

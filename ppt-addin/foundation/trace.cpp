@@ -170,7 +170,9 @@ void TraceLog::Maintain(const std::u16string& directory, const std::u16string& p
     if (directory.empty()) return;
     const std::uint64_t now = Clock().TickCount64();
     std::uint64_t last = lastMaintenance_.load(std::memory_order_relaxed);
-    if (last != kNever && now - last < kLogMaintenanceIntervalMs) return;
+    // A tick older than the stored one (read before another thread stored
+    // its own) is never due: only one thread maintains per interval.
+    if (last != kNever && (now < last || now - last < kLogMaintenanceIntervalMs)) return;
     // The thread that wins the swap maintains; the others append and go on.
     if (!lastMaintenance_.compare_exchange_strong(last, now, std::memory_order_relaxed)) return;
     platform::Clock& clock = Clock();
@@ -218,10 +220,12 @@ void PruneLogsBySize(const std::u16string& directory) {
 }
 
 TraceLog& ProcessTraceLog() {
-    static TraceLog log(
+    // Never destroyed: threads that outlive static destruction at unload
+    // (a worker that didn't stop, a beacon) may still trace.
+    static TraceLog* log = new TraceLog(
         nullptr, TraceLog::Folders{platform::GetKnownFolder(platform::KnownFolder::LocalAppData),
                                    platform::GetKnownFolder(platform::KnownFolder::Module)});
-    return log;
+    return *log;
 }
 
 // The trace is called from COM methods, callbacks and the worker: even an

@@ -1,6 +1,7 @@
 // The JSON writers and key scanners.
 #include "run/json.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -92,6 +93,7 @@ std::size_t SkipAfterFirstHit(std::u16string_view json, std::u16string_view key,
 bool IsCSpace(char16_t c) {
     return c == u' ' || (c >= u'\t' && c <= u'\r');
 }
+
 bool IsAsciiDigit(char16_t c) {
     return c >= u'0' && c <= u'9';
 }
@@ -106,55 +108,67 @@ double ParseDecimal(std::u16string_view text, std::size_t p) {
         negative = text[p] == u'-';
         ++p;
     }
-    std::size_t intDigits = 0, fracDigits = 0, leadingZeros = 0;
+    // Where the first significant digit stands decides an out-of-range
+    // value: above the point, an overflow; below it, an underflow.
     bool significant = false;
+    long long order = 0;
+    std::size_t digits = 0;
     while (p < text.size() && IsAsciiDigit(text[p])) {
-        if (!significant && text[p] == u'0') ++leadingZeros;
-        if (text[p] != u'0') significant = true;
+        significant = significant || text[p] != u'0';
+        if (significant) ++order;
         ascii += static_cast<char>(text[p++]);
-        ++intDigits;
+        ++digits;
     }
     if (p < text.size() && text[p] == u'.') {
         std::string fraction;
         std::size_t q = p + 1;
-        while (q < text.size() && IsAsciiDigit(text[q]))
+        while (q < text.size() && IsAsciiDigit(text[q])) {
+            if (!significant && text[q] == u'0') --order;
+            significant = significant || text[q] != u'0';
             fraction += static_cast<char>(text[q++]);
-        if (intDigits > 0 || !fraction.empty()) {
+        }
+        if (digits > 0 || !fraction.empty()) {
             ascii += '.';
             ascii += fraction;
-            fracDigits = fraction.size();
+            digits += fraction.size();
             p = q;
         }
     }
-    if (intDigits + fracDigits == 0) return 0.0;
-    long long exponent = 0;
+    if (digits == 0) return 0.0;
     if (p < text.size() && (text[p] == u'e' || text[p] == u'E')) {
         std::size_t q = p + 1;
         bool negativeExp = false;
         if (q < text.size() && (text[q] == u'+' || text[q] == u'-'))
             negativeExp = text[q++] == u'-';
         if (q < text.size() && IsAsciiDigit(text[q])) {
-            std::string digits;
-            while (q < text.size() && IsAsciiDigit(text[q]))
-                digits += static_cast<char>(text[q++]);
+            long long exponent = 0;
             ascii += negativeExp ? "e-" : "e";
-            ascii += digits;
-            for (char d : digits)
-                exponent = std::min<long long>(exponent * 10 + (d - '0'), 1000000);
-            if (negativeExp) exponent = -exponent;
+            while (q < text.size() && IsAsciiDigit(text[q])) {
+                exponent = std::min<long long>(exponent * 10 + (text[q] - u'0'), 100000000);
+                ascii += static_cast<char>(text[q++]);
+            }
+            order += negativeExp ? -exponent : exponent;
         }
     }
     double value = 0.0;
     const auto result = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value);
     if (result.ec == std::errc::result_out_of_range) {
-        // Too large or too small for a double: the magnitude's order decides.
-        const long long order =
-            static_cast<long long>(intDigits) - static_cast<long long>(leadingZeros) + exponent;
         value = order > 0 ? std::numeric_limits<double>::infinity() : 0.0;
     } else if (result.ec != std::errc()) {
         return 0.0;
     }
     return negative ? -value : value;
+}
+
+// Readers face external text inside COM callbacks: even an allocation
+// failure gives the default value rather than an exception.
+template <typename T, typename Body>
+T Guarded(T fallback, Body body) {
+    try {
+        return body();
+    } catch (...) {
+        return fallback;
+    }
 }
 
 }  // namespace
@@ -243,78 +257,90 @@ std::u16string JsonStringArray(const std::vector<std::u16string>& items) {
 }
 
 std::u16string ReadJsonString(std::u16string_view json, std::u16string_view key) {
-    const std::u16string needle = Needle(key);
-    for (std::size_t from = 0;;) {
-        const std::size_t hit = json.find(needle, from);
-        if (hit == npos) return {};
-        std::size_t p = hit + needle.size();
-        while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
-            ++p;
-        if (p < json.size() && json[p] == u':') {
-            // The next quote anywhere opens the value, as the scanners always did.
-            const std::size_t open = json.find(u'"', p + 1);
-            return open == npos ? std::u16string() : DecodeString(json, open + 1);
+    return Guarded<std::u16string>(std::u16string(), [&]() -> std::u16string {
+        const std::u16string needle = Needle(key);
+        for (std::size_t from = 0;;) {
+            const std::size_t hit = json.find(needle, from);
+            if (hit == npos) return {};
+            std::size_t p = hit + needle.size();
+            while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
+                ++p;
+            if (p < json.size() && json[p] == u':') {
+                // The next quote anywhere opens the value: a number or null
+                // under the key picks up the next string of the text.
+                const std::size_t open = json.find(u'"', p + 1);
+                return open == npos ? std::u16string() : DecodeString(json, open + 1);
+            }
+            from = hit + 1;  // a key name standing as a value is passed over
         }
-        from = hit + 1;  // a key name standing as a value is passed over
-    }
+    });
 }
 
 bool ReadJsonBool(std::u16string_view json, std::u16string_view key) {
-    const std::size_t p = SkipAfterFirstHit(json, key, u" :");
-    if (p == npos || p >= json.size()) return false;
-    return json.substr(p, 4) == u"true" || json[p] == u'1';
+    return Guarded<bool>(false, [&]() -> bool {
+        const std::size_t p = SkipAfterFirstHit(json, key, u" :");
+        if (p == npos || p >= json.size()) return false;
+        return json.substr(p, 4) == u"true" || json[p] == u'1';
+    });
 }
 
 double ReadJsonNumber(std::u16string_view json, std::u16string_view key) {
-    const std::size_t p = SkipAfterFirstHit(json, key, u" :");
-    return p == npos ? 0.0 : ParseDecimal(json, p);
+    return Guarded<double>(0.0, [&]() -> double {
+        const std::size_t p = SkipAfterFirstHit(json, key, u" :");
+        return p == npos ? 0.0 : ParseDecimal(json, p);
+    });
 }
 
 std::vector<std::u16string> ReadJsonStringArray(std::u16string_view json, std::u16string_view key) {
-    std::vector<std::u16string> items;
-    const std::u16string needle = Needle(key);
-    const std::size_t hit = json.find(needle);
-    if (hit == npos) return items;
-    const std::size_t open = json.find(u'[', hit + needle.size());
-    if (open == npos) return items;
-    std::size_t p = open + 1;
-    for (;;) {
-        const std::size_t start = json.find_first_of(u"\"]", p);
-        if (start == npos || json[start] == u']') break;
-        std::size_t end = 0;
-        items.push_back(DecodeString(json, start + 1, &end));
-        const std::size_t next = json.find_first_of(u"\",]", end);
-        if (next == npos || json[next] == u']') break;
-        p = json[next] == u',' ? next + 1 : next;
-    }
-    return items;
+    return Guarded<std::vector<std::u16string>>(
+        std::vector<std::u16string>(), [&]() -> std::vector<std::u16string> {
+            std::vector<std::u16string> items;
+            const std::u16string needle = Needle(key);
+            const std::size_t hit = json.find(needle);
+            if (hit == npos) return items;
+            const std::size_t open = json.find(u'[', hit + needle.size());
+            if (open == npos) return items;
+            std::size_t p = open + 1;
+            for (;;) {
+                const std::size_t start = json.find_first_of(u"\"]", p);
+                if (start == npos || json[start] == u']') break;
+                std::size_t end = 0;
+                items.push_back(DecodeString(json, start + 1, &end));
+                const std::size_t next = json.find_first_of(u"\",]", end);
+                if (next == npos || json[next] == u']') break;
+                p = json[next] == u',' ? next + 1 : next;
+            }
+            return items;
+        });
 }
 
 std::u16string ReadJsonObjectText(std::u16string_view json, std::u16string_view key) {
-    const std::u16string needle = Needle(key);
-    const std::size_t hit = json.find(needle);
-    if (hit == npos) return {};
-    const std::size_t open = json.find(u'{', hit + needle.size());
-    if (open == npos) return {};
-    int depth = 0;
-    bool inString = false;
-    for (std::size_t i = open; i < json.size(); ++i) {
-        const char16_t c = json[i];
-        if (inString) {
-            if (c == u'\\') {
-                ++i;
+    return Guarded<std::u16string>(std::u16string(), [&]() -> std::u16string {
+        const std::u16string needle = Needle(key);
+        const std::size_t hit = json.find(needle);
+        if (hit == npos) return {};
+        const std::size_t open = json.find(u'{', hit + needle.size());
+        if (open == npos) return {};
+        int depth = 0;
+        bool inString = false;
+        for (std::size_t i = open; i < json.size(); ++i) {
+            const char16_t c = json[i];
+            if (inString) {
+                if (c == u'\\') {
+                    ++i;
+                } else if (c == u'"') {
+                    inString = false;
+                }
             } else if (c == u'"') {
-                inString = false;
+                inString = true;
+            } else if (c == u'{') {
+                ++depth;
+            } else if (c == u'}' && --depth == 0) {
+                return std::u16string(json.substr(open, i - open + 1));
             }
-        } else if (c == u'"') {
-            inString = true;
-        } else if (c == u'{') {
-            ++depth;
-        } else if (c == u'}' && --depth == 0) {
-            return std::u16string(json.substr(open, i - open + 1));
         }
-    }
-    return {};
+        return {};
+    });
 }
 
 bool ParseHexColor(std::u16string_view text, std::int32_t& outColor) {
@@ -332,35 +358,47 @@ bool ParseHexColor(std::u16string_view text, std::int32_t& outColor) {
 }
 
 std::u16string ReadStoreString(std::u16string_view json, std::u16string_view key) {
-    const std::u16string needle = Needle(key);
-    const std::size_t hit = json.find(needle);
-    if (hit == npos) return {};
-    const std::size_t open = json.find(u'"', hit + needle.size());
-    return open == npos ? std::u16string() : DecodeString(json, open + 1);
+    return Guarded<std::u16string>(std::u16string(), [&]() -> std::u16string {
+        const std::u16string needle = Needle(key);
+        const std::size_t hit = json.find(needle);
+        if (hit == npos) return {};
+        const std::size_t open = json.find(u'"', hit + needle.size());
+        return open == npos ? std::u16string() : DecodeString(json, open + 1);
+    });
 }
 
 bool ReadStoreBool(std::u16string_view json, std::u16string_view key) {
-    const std::u16string needle = Needle(key);
-    const std::size_t hit = json.find(needle);
-    if (hit == npos) return true;
-    std::size_t p = json.find(u':', hit + needle.size());
-    if (p == npos) return true;
-    ++p;
-    while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
+    return Guarded<bool>(true, [&]() -> bool {
+        const std::u16string needle = Needle(key);
+        const std::size_t hit = json.find(needle);
+        if (hit == npos) return true;
+        std::size_t p = json.find(u':', hit + needle.size());
+        if (p == npos) return true;
         ++p;
-    if (json.substr(p, 4) == u"true") return true;
-    if (json.substr(p, 5) == u"false") return false;
-    return true;
+        while (p < json.size() && (json[p] == u' ' || json[p] == u'\t'))
+            ++p;
+        if (json.substr(p, 4) == u"true") return true;
+        if (json.substr(p, 5) == u"false") return false;
+        return true;
+    });
 }
 
 std::u16string ReadTextFile(const std::u16string& path) {
-    std::string bytes;
-    if (!platform::ReadWholeFile(path, bytes)) return {};
-    std::string_view view(bytes);
-    if (view.size() >= 3 && view.substr(0, 3) == "\xEF\xBB\xBF") view.remove_prefix(3);
-    std::u16string text;
-    if (!TryUtf8ToUtf16(view, text)) return {};
-    return text;
+    return Guarded<std::u16string>(std::u16string(), [&]() -> std::u16string {
+        // Store files are small; a huge one is no store file and is not read.
+        platform::FileInfo info;
+        if (!platform::GetFileInfo(path, info) || info.isDirectory ||
+            info.size > kMaxTextFileBytes) {
+            return {};
+        }
+        std::string bytes;
+        if (!platform::ReadWholeFile(path, bytes)) return {};
+        std::string_view view(bytes);
+        if (view.size() >= 3 && view.substr(0, 3) == "\xEF\xBB\xBF") view.remove_prefix(3);
+        std::u16string text;
+        if (!TryUtf8ToUtf16(view, text)) return {};
+        return text;
+    });
 }
 
 }  // namespace qb

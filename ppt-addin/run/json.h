@@ -66,7 +66,8 @@ bool ReadStoreBool(std::u16string_view json, std::u16string_view key);
 // --- Files ---------------------------------------------------------------
 
 // The whole file as UTF-8 text, a leading byte order mark removed. Empty
-// when the file is missing, empty or not valid UTF-8.
+// when the file is missing, empty, not valid UTF-8 or above kMaxTextFileBytes.
+inline constexpr std::uint64_t kMaxTextFileBytes = 32ull * 1024 * 1024;
 std::u16string ReadTextFile(const std::u16string& path);
 
 }  // namespace qb

@@ -97,6 +97,8 @@ TEST(JsonReadString, FindsTheKeyAndDecodesItsValue) {
         {"broken surrogate kept alone", u"{\"a\":\"\\ud83dx\"}", u"a",
          std::u16string{0xD83D, u'x'}},
         {"non-hex escape gives unit 0", u"{\"a\":\"\\uZZ12x\"}", u"a", std::u16string{0, u'x'}},
+        {"partly hex escape gives unit 0 too", u"{\"a\":\"\\u12G4x\"}", u"a",
+         std::u16string{0, u'x'}},
         {"\\u too near the end", u"{\"a\":\"\\u12", u"a", u"u12"},
         {"backslash as the last unit", u"{\"a\":\"x\\", u"a", u"x\\"},
         {"raw non-ASCII", u"{\"a\":\"\u4E2D\u6587\"}", u"a", u"\u4E2D\u6587"},
@@ -142,7 +144,7 @@ TEST(JsonReadNumber, ReadsDecimalNumbersAndZeroOtherwise) {
         {u"{\"n\":1e}", 1.0},
         {u"{\"n\":1e+}", 1.0},
         {u"{\"n\":007}", 7.0},
-        {u"{\"n\":-0}", 0.0},
+        {u"{\"n\":-0}", -0.0},
         {u"{\"n\":\"5\"}", 0.0},
         {u"{\"n\":null}", 0.0},
         {u"{\"n\":-}", 0.0},
@@ -156,13 +158,21 @@ TEST(JsonReadNumber, ReadsDecimalNumbersAndZeroOtherwise) {
         {u"{\"n\":123456789012345678901234567890}", 1.2345678901234568e29},
         {u"{\"n\":1e99999999999999999999}", inf},
         {u"{\"n\":\u0663}", 0.0},  // an Arabic-Indic digit is no number here
+        {u"{\"n\":0." + std::u16string(400, u'0') + u"1e5}", 0.0},  // still far below a double
+        {u"{\"n\":0.000" + std::u16string(300, u'0') + u"1e600}", 1e296},
+        // Only the decimal numbers JSON has: hex, infinities and NaN read as 0.
+        {u"{\"n\":0x10}", 0.0},
+        {u"{\"n\":inf}", 0.0},
+        {u"{\"n\":NaN}", 0.0},
     };
     for (const auto& c : cases) {
         const double v = ReadJsonNumber(c.json, u"n");
+        EXPECT_FALSE(std::isnan(v)) << Show(c.json);
         if (std::isinf(c.value)) {
             EXPECT_EQ(v, c.value) << Show(c.json);
         } else {
             EXPECT_DOUBLE_EQ(v, c.value) << Show(c.json);
+            EXPECT_EQ(std::signbit(v), std::signbit(c.value)) << Show(c.json);
         }
     }
 }
@@ -189,6 +199,8 @@ TEST(JsonReadStringArray, CollectsTheStringsOfTheFirstArray) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(ReadJsonStringArray(c.json, u"t"), c.items) << c.name;
+    // The closing bracket ends the array: strings after it are no elements.
+    EXPECT_EQ(ReadJsonStringArray(u"{\"t\":[\"a\",1],\"x\":\"later\"}", u"t"), List{u"a"});
 }
 
 TEST(JsonReadObjectText, ReturnsTheMatchingBraces) {
@@ -271,6 +283,9 @@ TEST(JsonReadTextFile, ReadsUtf8AndNothingElse) {
         EXPECT_EQ(ReadTextFile(path), c.text) << c.name;
     }
     EXPECT_EQ(ReadTextFile(dir.Join(u"missing.json")), u"");
+    // A file above the limit is no store file: nothing is read.
+    test::MakeFileOfSize(dir.Join(u"huge.json"), kMaxTextFileBytes + 1);
+    EXPECT_EQ(ReadTextFile(dir.Join(u"huge.json")), u"");
     EXPECT_EQ(ReadTextFile(dir.Path()), u"");
 }
 

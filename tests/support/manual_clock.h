@@ -25,6 +25,8 @@ class ManualClock final : public platform::Clock {
         fileTime_ += milliseconds * 10000ull;
     }
     void SetFileTime(std::uint64_t fileTime) { fileTime_ = fileTime; }
+    // Moves the ticks alone, as a reading taken earlier on another thread.
+    void SetTicks(std::uint64_t ticks) { ticks_ = ticks; }
 
   private:
     std::atomic<std::uint64_t> ticks_;
