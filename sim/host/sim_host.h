@@ -1,0 +1,111 @@
+// The simulated presentation host: an in-memory object model that answers
+// the host-object seam the way the real hosts do, with their habits, that
+// counts every call and can be told to lack or fail any member.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/host/sim_model.h"
+#include "slides/host_object.h"
+
+namespace qb::sim {
+
+enum class HostKind { PowerPoint, Wps };
+
+// Which calls a fault rule matches, and what they answer.
+struct FaultRule {
+    enum class Access { Any, Get, Put, Default };
+
+    std::u16string objectType;  // "Shape", "TextRange", ...; empty: any type
+    std::u16string member;      // ignoring case; empty: any member
+    Access access = Access::Any;
+    std::u16string shapeName;  // only objects of (or inside) this shape; empty: any
+    std::int32_t nth = 0;      // only the nth matching call (one-based); 0: every one
+    bool missing = false;      // answer as a host that lacks the member
+    HRESULT hr = E_FAIL;
+    bool crash = false;  // raise an access violation (for the fault guard tests)
+};
+
+// How Slide.Duplicate behaves.
+enum class DuplicateMode {
+    Normal,         // the copy at index+1, a range of one slide
+    AppendAtEnd,    // the copy appended after the last slide
+    FailAfterCopy,  // the copy made, yet the call fails
+    SeveralSlides,  // the copy and one more slide behind it, both in the range
+};
+
+// How Slides.Paste behaves.
+enum class PasteMode { Normal, EmptyRange, Fail };
+
+class SimHost {
+  public:
+    explicit SimHost(HostKind kind = HostKind::PowerPoint);
+    ~SimHost();
+    SimHost(const SimHost&) = delete;
+    SimHost& operator=(const SimHost&) = delete;
+
+    HostKind Kind() const { return kind_; }
+    ApplicationModel& App() { return *app_; }
+    // Adds a presentation in a new window, which becomes the active one.
+    std::shared_ptr<PresentationModel> AddPresentation(std::shared_ptr<PresentationModel> deck);
+
+    // The host's Application object: where the add-in starts.
+    host::HostRef Application();
+
+    // --- Faults --------------------------------------------------------------
+    void AddFault(FaultRule rule);
+    void ClearFaults();
+
+    // --- Call counts ---------------------------------------------------------
+    // Calls of one member of one object type; `member` "()" counts direct Item
+    // calls, a trailing "=" counts puts. Names ignore case.
+    std::uint64_t Calls(std::u16string_view objectType, std::u16string_view member) const;
+    std::uint64_t TotalCalls() const { return totalCalls_; }
+    const std::map<std::u16string, std::uint64_t>& CallCounts() const { return counts_; }
+    void ResetCounts();
+
+    // --- Habits --------------------------------------------------------------
+    // Every call that returns a shape gives a new wrapper with its own
+    // identity, so identity comparisons must fall back on Id and Name.
+    bool unstableShapeIdentity = false;
+    // Collections answer Item only as their default member, not by name.
+    bool itemOnlyDirect = false;
+    // A Text put resets colour and size of the new text (WPS habit).
+    bool textPutResetsFormat = false;
+    // Hosts without TextFrame2 (some WPS versions).
+    bool hasTextFrame2 = true;
+    DuplicateMode duplicateMode = DuplicateMode::Normal;
+    PasteMode pasteMode = PasteMode::Normal;
+    // Runs before every host call, as a host that pumps messages in a call.
+    std::function<void()> pump;
+
+    // The slide Copy put on the clipboard, if any.
+    std::shared_ptr<SlideModel> clipboard;
+
+    // Used by the simulated objects.
+    HRESULT BeforeCall(std::u16string_view type, std::u16string_view member,
+                       FaultRule::Access access, std::u16string_view shapeName);
+
+  private:
+    HostKind kind_;
+    std::unique_ptr<ApplicationModel> app_;
+    struct ActiveRule {
+        FaultRule rule;
+        std::int32_t seen = 0;
+    };
+    std::vector<ActiveRule> faults_;
+    std::map<std::u16string, std::uint64_t> counts_;
+    std::uint64_t totalCalls_ = 0;
+    bool inPump_ = false;
+};
+
+// Deep copies for Duplicate and Copy: the same shapes, ids and tags.
+std::shared_ptr<ShapeModel> CloneShape(const ShapeModel& shape);
+std::shared_ptr<SlideModel> CloneSlide(const SlideModel& slide);
+
+}  // namespace qb::sim

@@ -1,0 +1,142 @@
+// The simulated host's document model: plain data that the simulated host
+// objects read and change, that the deck builder and deck files create, and
+// that tests inspect after a run.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace qb::sim {
+
+// Shape types as the host numbers them.
+enum class ShapeType : std::int32_t {
+    AutoShape = 1,
+    Chart = 3,
+    Group = 6,
+    Picture = 13,
+    Placeholder = 14,
+    TextBox = 17,
+    Table = 19,
+    SmartArt = 24,
+};
+
+// The formatting of one character.
+struct CharFormat {
+    std::u16string name = u"Calibri";  // the host's Name: the ASCII slot as it reads back
+    std::u16string nameAscii = u"Calibri";
+    std::u16string nameFarEast = u"SimSun";
+    float size = 18.0f;
+    std::int16_t bold = 0;  // -1 or 0
+    std::int16_t italic = 0;
+    std::int32_t rgb = 0;        // red in the low byte
+    std::int32_t colorType = 1;  // 1 RGB, 2 scheme colour
+    std::int32_t schemeColor = 0;
+    float tintAndShade = 0.0f;
+
+    bool operator==(const CharFormat& o) const {
+        return name == o.name && nameAscii == o.nameAscii && nameFarEast == o.nameFarEast &&
+               size == o.size && bold == o.bold && italic == o.italic && rgb == o.rgb &&
+               colorType == o.colorType && schemeColor == o.schemeColor &&
+               tintAndShade == o.tintAndShade;
+    }
+    bool operator!=(const CharFormat& o) const { return !(*this == o); }
+};
+
+// A text frame: the text with CR between paragraphs and VT for soft breaks,
+// and one format per UTF-16 unit.
+struct TextFrameModel {
+    std::u16string text;
+    std::vector<CharFormat> formats;  // always text.size() long
+    CharFormat defaultFormat;         // for text put into an empty frame
+    std::int32_t autoSize = 0;        // 0 none, 1 shape to fit text, 2 text to fit shape
+    bool wordWrap = true;
+    float marginLeft = 7.2f;
+    float marginRight = 7.2f;
+    float marginTop = 3.6f;
+    float marginBottom = 3.6f;
+
+    void SetText(std::u16string value, const CharFormat& format) {
+        text = std::move(value);
+        formats.assign(text.size(), format);
+    }
+};
+
+struct ShapeModel;
+
+struct TableModel {
+    std::int32_t rows = 0;
+    std::int32_t columns = 0;
+    // One shape per cell, row by row. A merged area keeps its text in its
+    // first cell and maps every position in it to that cell.
+    std::vector<std::shared_ptr<ShapeModel>> cells;
+    std::vector<std::int32_t> mergedInto;  // per position: the index of the cell it shows
+
+    std::shared_ptr<ShapeModel> CellAt(std::int32_t row, std::int32_t column) const;
+};
+
+struct ShapeModel {
+    std::int32_t id = 0;
+    std::u16string name;
+    ShapeType type = ShapeType::AutoShape;
+    float left = 0, top = 0, width = 0, height = 0;
+    bool hasTextFrame = false;
+    TextFrameModel frame;
+    std::vector<std::shared_ptr<ShapeModel>> children;  // a group's items
+    std::shared_ptr<TableModel> table;
+    bool deleted = false;
+};
+
+struct SlideModel {
+    std::int32_t slideId = 0;
+    std::u16string name;
+    std::vector<std::shared_ptr<ShapeModel>> shapes;
+    std::vector<std::shared_ptr<ShapeModel>> notesShapes;
+    // Tag names ignore case: kept upper-cased, as the host shows them.
+    std::map<std::u16string, std::u16string> tags;
+    bool deleted = false;
+};
+
+struct PresentationModel {
+    std::u16string fullName;
+    float slideWidth = 960.0f;
+    float slideHeight = 540.0f;
+    std::vector<std::shared_ptr<SlideModel>> slides;
+    std::int32_t nextSlideId = 256;
+    std::int32_t nextShapeId = 2;
+
+    std::int32_t IndexOf(const SlideModel* slide) const;  // one-based; 0 when absent
+};
+
+enum class SelectionType : std::int32_t { None = 0, Slides = 1, Shapes = 2, Text = 3 };
+
+struct SelectionModel {
+    SelectionType type = SelectionType::None;
+    std::vector<std::shared_ptr<SlideModel>> slides;
+    std::vector<std::shared_ptr<ShapeModel>> shapes;       // top-level or table shapes
+    std::vector<std::shared_ptr<ShapeModel>> childShapes;  // shapes picked inside a group
+    std::shared_ptr<ShapeModel> textShape;                 // the shape of a text selection
+    std::int32_t textStart = 1;                            // one-based, over the whole frame
+    std::int32_t textLength = 0;
+};
+
+struct WindowModel {
+    std::shared_ptr<PresentationModel> presentation;
+    std::intptr_t hwnd = 0;
+    std::int32_t currentSlide = 1;  // one-based index of View.Slide
+    SelectionModel selection;
+};
+
+struct ApplicationModel {
+    std::u16string name;
+    std::u16string version = u"16.0";
+    std::intptr_t hwnd = 0x10010;
+    std::int32_t uiLanguageId = 0x0409;
+    std::vector<std::shared_ptr<PresentationModel>> presentations;
+    std::vector<std::shared_ptr<WindowModel>> windows;
+    std::int32_t activeWindow = 1;  // one-based; 0 for none
+};
+
+}  // namespace qb::sim

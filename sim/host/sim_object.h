@@ -1,0 +1,97 @@
+// Internal to the simulated host: the base every simulated object derives
+// from (counting, faults, the pump, member dispatch) and the factories the
+// object files share.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "sim/host/sim_host.h"
+#include "slides/host_variant.h"
+
+namespace qb::sim::detail {
+
+using host::HostRef;
+using host::Variant;
+
+// A call's arguments in their natural order (the seam hands them last first).
+class Args {
+  public:
+    Args(const Variant* lastFirst, std::size_t count) : args_(lastFirst), count_(count) {}
+    std::size_t size() const { return count_; }
+    const Variant& operator[](std::size_t i) const { return args_[count_ - 1 - i]; }
+    bool Int(std::size_t i, std::int32_t& out) const {
+        return i < count_ && (*this)[i].ToInt32(out);
+    }
+    bool Float(std::size_t i, float& out) const;
+    bool String(std::size_t i, std::u16string& out) const;
+
+  private:
+    const Variant* args_;
+    std::size_t count_;
+};
+
+class SimObject : public host::HostObject {
+  public:
+    SimObject(SimHost& host, std::u16string type) : host_(host), type_(std::move(type)) {}
+
+    HRESULT Invoke(std::u16string_view member, host::InvokeKind kind, const Variant* args,
+                   std::size_t count, Variant* result) final;
+    HRESULT InvokeDefault(const Variant* args, std::size_t count, Variant* result) final;
+    const void* Identity() const override { return this; }
+    bool Answers(host::HostInterface) const override { return false; }
+
+    const std::u16string& Type() const { return type_; }
+
+  protected:
+    // `name` is lower-cased. DISP_E_UNKNOWNNAME for a member the object lacks.
+    virtual HRESULT Get(std::u16string_view name, const Args& args, Variant& result) = 0;
+    virtual HRESULT Put(std::u16string_view name, const Args& args, const Variant& value);
+    virtual HRESULT Default(const Args& args, Variant& result);
+    // The shape this object belongs to, for fault rules that name a shape.
+    virtual std::u16string OwnerShapeName() const { return {}; }
+
+    SimHost& host_;
+
+  private:
+    std::u16string type_;
+};
+
+// Numbers as the host returns them.
+inline Variant R4(float v) {
+    return Variant::R4(v);
+}
+inline Variant I4(std::int32_t v) {
+    return Variant::I4(v);
+}
+inline Variant Truth(bool v) {
+    return Variant::Bool(v);
+}
+inline Variant Obj(HostRef v) {
+    return Variant::Object(std::move(v));
+}
+
+// Factories shared by the object files.
+// `list` aliases its owner (a slide, a notes page or a group), keeping it alive.
+HostRef MakeShapes(SimHost& host, std::shared_ptr<PresentationModel> deck,
+                   std::shared_ptr<std::vector<std::shared_ptr<ShapeModel>>> list, bool group,
+                   std::u16string ownerName);
+HostRef MakeShape(SimHost& host, std::shared_ptr<PresentationModel> deck,
+                  std::shared_ptr<ShapeModel> shape);
+HostRef MakeTextFrame(SimHost& host, std::shared_ptr<PresentationModel> deck,
+                      std::shared_ptr<ShapeModel> shape);
+HostRef MakeTextFrame2(SimHost& host, std::shared_ptr<PresentationModel> deck,
+                       std::shared_ptr<ShapeModel> shape);
+// A range of a frame's text: zero-based start and length in UTF-16 units.
+enum class RangeUnit { Characters, Paragraphs, Runs };
+HostRef MakeTextRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
+                      std::shared_ptr<ShapeModel> shape, std::int32_t start, std::int32_t length,
+                      RangeUnit unit);
+
+HostRef MakeApplication(SimHost& host);
+
+// Geometry the text model keeps in step with the text (shape to fit text).
+void FitShapeToText(ShapeModel& shape);
+
+}  // namespace qb::sim::detail
