@@ -83,7 +83,8 @@ HostRef MakeTextFrame(SimHost& host, std::shared_ptr<PresentationModel> deck,
                       std::shared_ptr<ShapeModel> shape);
 HostRef MakeTextFrame2(SimHost& host, std::shared_ptr<PresentationModel> deck,
                        std::shared_ptr<ShapeModel> shape);
-// A range of a frame's text: zero-based start and length in UTF-16 units.
+// A range of a frame's text: zero-based start and length in UTF-16 units; a
+// length of -1 stands for the whole frame, whatever it later holds.
 enum class RangeUnit { Characters, Paragraphs, Runs };
 HostRef MakeTextRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
                       std::shared_ptr<ShapeModel> shape, std::int32_t start, std::int32_t length,

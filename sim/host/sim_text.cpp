@@ -242,6 +242,7 @@ class TextRangeObject final : public SimObject {
           shape_(std::move(shape)),
           start_(start),
           length_(length),
+          whole_(length < 0),
           unit_(unit) {}
     bool Answers(HostInterface which) const override { return which == HostInterface::TextRange; }
 
@@ -319,9 +320,11 @@ class TextRangeObject final : public SimObject {
     std::u16string OwnerShapeName() const override { return shape_->name; }
 
   private:
-    // The frame may have changed since the range was made.
+    // The frame may have changed since the range was made; a frame's own
+    // range always stands for all of its text.
     void Clamp() {
         const auto size = static_cast<std::int32_t>(shape_->frame.text.size());
+        if (whole_) start_ = 0, length_ = size;
         start_ = std::min(std::max(start_, 0), size);
         length_ = std::min(std::max(length_, 0), size - start_);
     }
@@ -384,6 +387,7 @@ class TextRangeObject final : public SimObject {
     std::shared_ptr<ShapeModel> shape_;
     std::int32_t start_;
     std::int32_t length_;
+    bool whole_;
     RangeUnit unit_;
 };
 
@@ -409,9 +413,7 @@ class TextFrameObject final : public SimObject {
             if (second_) {
                 result = Obj(std::make_shared<TextRange2Object>(host_, shape_));
             } else {
-                result = Obj(MakeTextRange(host_, deck_, shape_, 0,
-                                           static_cast<std::int32_t>(frame.text.size()),
-                                           RangeUnit::Characters));
+                result = Obj(MakeTextRange(host_, deck_, shape_, 0, -1, RangeUnit::Characters));
             }
         } else if (name == u"autosize") {
             result = I4(frame.autoSize);
