@@ -121,6 +121,85 @@ DeckBuilder& DeckBuilder::Merge(std::int32_t row, std::int32_t column, std::int3
     return *this;
 }
 
+DeckBuilder& DeckBuilder::Chart(std::u16string name, ChartModel chart, Box box) {
+    auto shape = std::make_shared<ShapeModel>();
+    shape->type = ShapeType::Chart;
+    shape->name = std::move(name);
+    shape->left = box.left, shape->top = box.top, shape->width = box.width,
+    shape->height = box.height;
+    shape->chart = std::make_shared<ChartModel>(std::move(chart));
+    Add(shape);
+    return *this;
+}
+
+DeckBuilder& DeckBuilder::SmartArt(std::u16string name, std::vector<std::u16string> nodes,
+                                   Box box) {
+    auto shape = std::make_shared<ShapeModel>();
+    shape->type = ShapeType::SmartArt;
+    shape->name = std::move(name);
+    shape->left = box.left, shape->top = box.top, shape->width = box.width,
+    shape->height = box.height;
+    shape->smartArt = std::make_shared<SmartArtModel>();
+    for (auto& text : nodes) {
+        SmartArtNodeModel node;
+        node.children.push_back(SmartArtNodeModel{u"Detail of " + text, {}});
+        node.text = std::move(text);
+        shape->smartArt->nodes.push_back(std::move(node));
+    }
+    Add(shape);
+    return *this;
+}
+
+ChartModel SampleChart() {
+    ChartModel chart;
+    chart.hasTitle = true;
+    chart.title.text = u"Revenue by region";
+    AxisModel category;
+    category.type = 1;
+    category.hasTitle = true;
+    category.title.text = u"Region";
+    AxisModel value;
+    value.type = 2;
+    value.hasDisplayUnitLabel = true;
+    value.displayUnitLabel.text = u"Thousands";
+    chart.axes = {category, value};
+    SheetModel& sheet = chart.workbook.sheets[0];
+    const auto text = [&](std::int32_t r, std::int32_t c, std::u16string t) {
+        sheet.cells[{r, c}].text = std::move(t);
+    };
+    const auto number = [&](std::int32_t r, std::int32_t c, double n) {
+        SheetCellModel& cell = sheet.cells[{r, c}];
+        cell.number = n;
+        cell.isNumber = true;
+    };
+    text(1, 2, u"Sales");
+    text(1, 3, u"Costs");
+    text(2, 1, u"North");
+    text(3, 1, u"South");
+    number(4, 1, 2024);  // a number among the categories stays a number
+    for (std::int32_t r = 2; r <= 4; ++r)
+        number(r, 2, 100.0 * r), number(r, 3, 60.0 * r);
+    SeriesModel sales;
+    sales.formula = u"=SERIES(Sheet1!$B$1,Sheet1!$A$2:$A$4,Sheet1!$B$2:$B$4,1)";
+    sales.hasDataLabels = true;
+    DataLabelModel own;
+    own.label.text = u"Best quarter";
+    DataLabelModel shown;
+    shown.label.text = u"300";
+    shown.showValue = true;
+    sales.dataLabels = {own, shown};
+    SeriesModel costs;
+    costs.formula = u"=SERIES(Sheet1!$C$1,Sheet1!$A$2:$A$4,Sheet1!$C$2:$C$4,2)";
+    chart.series = {sales, costs};
+    // What the chart shows before any refresh: the sheet as it was saved.
+    for (SeriesModel* s : {&chart.series[0], &chart.series[1]}) {
+        s->name = s == &chart.series[0] ? u"Sales" : u"Costs";
+        s->categories = {u"North", u"South", u"2024"};
+        s->categoryIsNumber = {false, false, true};
+    }
+    return chart;
+}
+
 DeckBuilder& DeckBuilder::BeginGroup(std::u16string name) {
     auto group = std::make_shared<ShapeModel>();
     group->type = ShapeType::Group;

@@ -35,6 +35,11 @@ class DeckBuilder {
     // Merges an area of the last table: every position shows its first cell.
     DeckBuilder& Merge(std::int32_t row, std::int32_t column, std::int32_t rows,
                        std::int32_t columns);
+    // A chart shape with the given chart.
+    DeckBuilder& Chart(std::u16string name, ChartModel chart, Box box = Box());
+    // A SmartArt shape whose top-level nodes hold the texts; each node gets
+    // one child node that Nodes doesn't reach.
+    DeckBuilder& SmartArt(std::u16string name, std::vector<std::u16string> nodes, Box box = Box());
     // Shapes between BeginGroup and EndGroup go into a group; groups nest.
     DeckBuilder& BeginGroup(std::u16string name);
     DeckBuilder& EndGroup();
@@ -52,6 +57,12 @@ class DeckBuilder {
     std::vector<ShapeModel*> groups_;
     std::shared_ptr<ShapeModel> last_;
 };
+
+// An embedded column chart as hosts make them: a title, a category axis with
+// a title, a value axis with a display unit label, two series named from
+// the sheet with categories A2:A4, and data labels on the first series
+// (one showing only its own text, one showing the value).
+ChartModel SampleChart();
 
 // Applies `change` to the formats of [start, start + length) of a frame.
 template <typename Change>

@@ -31,6 +31,8 @@ std::shared_ptr<ShapeModel> CloneShape(const ShapeModel& shape) {
         for (auto& cell : copy->table->cells)
             cell = CloneShape(*cell);
     }
+    if (shape.chart) copy->chart = std::make_shared<ChartModel>(*shape.chart);
+    if (shape.smartArt) copy->smartArt = std::make_shared<SmartArtModel>(*shape.smartArt);
     return copy;
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qb::sim {
@@ -66,6 +67,107 @@ struct TextFrameModel {
 
 struct ShapeModel;
 
+// --- Charts -----------------------------------------------------------------
+
+// A chart text object (title, axis title, display unit label, data label).
+// Hosts differ in which of its three text roads they offer.
+struct ChartLabelModel {
+    std::u16string text;
+    bool hasText = true;        // Text
+    bool hasCaption = true;     // Caption
+    bool hasTextFrame2 = true;  // TextFrame2.TextRange.Text
+};
+
+struct AxisModel {
+    std::int32_t type = 1;   // 1 category, 2 value
+    std::int32_t group = 1;  // 1 primary, 2 secondary
+    bool hasTitle = false;
+    ChartLabelModel title;
+    bool hasDisplayUnitLabel = false;
+    ChartLabelModel displayUnitLabel;
+};
+
+// One cell of a chart's data sheet: its value (text or number), and the text
+// the sheet shows for it when that differs (a number format, "#####").
+struct SheetCellModel {
+    std::u16string text;  // a text value
+    double number = 0;    // a numeric value, when isNumber
+    bool isNumber = false;
+    std::u16string shownText;  // empty: the value as text
+    bool hasFormula = false;
+};
+
+struct SheetModel {
+    std::u16string name = u"Sheet1";
+    std::map<std::pair<std::int32_t, std::int32_t>, SheetCellModel> cells;  // (row, column)
+
+    const SheetCellModel* Cell(std::int32_t row, std::int32_t column) const {
+        const auto it = cells.find({row, column});
+        return it == cells.end() ? nullptr : &it->second;
+    }
+};
+
+struct DataLabelModel {
+    ChartLabelModel label;
+    bool showValue = false;
+    bool showPercentage = false;
+    bool showCategoryName = false;
+    bool showSeriesName = false;
+    bool hasShowBubbleSize = true;
+    bool showBubbleSize = false;
+};
+
+struct SeriesModel {
+    std::u16string name;
+    // =SERIES(name reference, categories, values, order); empty for series
+    // without a sheet behind them.
+    std::u16string formula;
+    std::vector<std::u16string> categories;  // what XValues gives (numbers as text)
+    std::vector<bool> categoryIsNumber;
+    bool hasDataLabels = false;
+    std::vector<DataLabelModel> dataLabels;
+};
+
+struct WorkbookModel {
+    std::u16string name = u"Chart in Microsoft PowerPoint";
+    std::vector<SheetModel> sheets{SheetModel()};
+    std::int32_t windowCount = 1;
+    bool windowVisible = false;
+    std::u16string windowCaption;     // empty: the workbook's name
+    std::int32_t otherWorkbooks = 0;  // workbooks of the spreadsheet application besides this one
+    bool screenUpdating = true;
+    bool appVisible = false;
+    bool open = false;
+    std::int32_t saves = 0;
+    std::int32_t closes = 0;
+};
+
+struct ChartModel {
+    bool hasTitle = false;
+    ChartLabelModel title;
+    bool hasHasAxis = true;  // some hosts lack HasAxis
+    std::vector<AxisModel> axes;
+    std::vector<std::u16string> axisCategoryNames;  // CategoryNames of axis (1, 1)
+    bool seriesCollectionAsProperty = true;         // else only SeriesCollection(index)
+    std::vector<SeriesModel> series;
+    bool hasChartData = true;
+    bool hasIsLinked = true;
+    bool isLinked = false;
+    WorkbookModel workbook;
+    bool activated = false;
+    std::int32_t refreshes = 0;
+};
+
+struct SmartArtNodeModel {
+    std::u16string text;
+    std::vector<SmartArtNodeModel> children;  // not reached through Nodes
+};
+
+struct SmartArtModel {
+    bool usable = true;  // WPS may offer HasSmartArt without usable nodes
+    std::vector<SmartArtNodeModel> nodes;
+};
+
 struct TableModel {
     std::int32_t rows = 0;
     std::int32_t columns = 0;
@@ -86,6 +188,8 @@ struct ShapeModel {
     TextFrameModel frame;
     std::vector<std::shared_ptr<ShapeModel>> children;  // a group's items
     std::shared_ptr<TableModel> table;
+    std::shared_ptr<ChartModel> chart;
+    std::shared_ptr<SmartArtModel> smartArt;
     bool deleted = false;
 };
 

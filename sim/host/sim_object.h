@@ -91,6 +91,8 @@ HostRef MakeTextRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
                       RangeUnit unit);
 
 HostRef MakeApplication(SimHost& host);
+HostRef MakeChart(SimHost& host, std::shared_ptr<ShapeModel> shape);
+HostRef MakeSmartArt(SimHost& host, std::shared_ptr<ShapeModel> shape);
 
 // Geometry the text model keeps in step with the text (shape to fit text).
 void FitShapeToText(ShapeModel& shape);

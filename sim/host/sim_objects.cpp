@@ -244,9 +244,15 @@ class ShapeObject final : public SimObject {
             if (!s.hasTextFrame) return E_FAIL;
             result = Obj(MakeTextFrame2(host_, deck_, shape_));
         } else if (name == u"haschart") {
-            result = Truth(s.type == ShapeType::Chart);
+            result = Truth(s.chart != nullptr);
+        } else if (name == u"chart") {
+            if (!s.chart) return E_FAIL;
+            result = Obj(MakeChart(host_, shape_));
         } else if (name == u"hassmartart") {
-            result = Truth(s.type == ShapeType::SmartArt);
+            result = Truth(s.smartArt != nullptr);
+        } else if (name == u"smartart") {
+            if (!s.smartArt) return E_FAIL;
+            result = Obj(MakeSmartArt(host_, shape_));
         } else {
             return DISP_E_UNKNOWNNAME;
         }
