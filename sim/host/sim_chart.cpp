@@ -629,6 +629,12 @@ class SeriesObject final : public SimObject {
             result = Variant::String(s.formula);
         } else if (name == u"xvalues") {
             result = CategoryArray(s.categories, s.categoryIsNumber);
+            if (chart_->xValuesTwoDimensional) {
+                host::VariantArray array = result.ArrayValue();
+                array.lowerBounds = {1, 1};
+                array.lengths = {static_cast<std::uint32_t>(array.elements.size()), 1};
+                result = Variant::Array(std::move(array));
+            }
         } else if (name == u"hasdatalabels") {
             result = Truth(s.hasDataLabels);
         } else if (name == u"datalabels") {

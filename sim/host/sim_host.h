@@ -36,7 +36,7 @@ enum class DuplicateMode {
     Normal,         // the copy at index+1, a range of one slide
     AppendAtEnd,    // the copy appended after the last slide
     FailAfterCopy,  // the copy made, yet the call fails
-    SeveralSlides,  // the copy and one more slide behind it, both in the range
+    SeveralSlides,  // duplicateSlideCount slides behind the source, all in the range
 };
 
 // How Slides.Paste behaves.
@@ -80,6 +80,7 @@ class SimHost {
     // Hosts without TextFrame2 (some WPS versions).
     bool hasTextFrame2 = true;
     DuplicateMode duplicateMode = DuplicateMode::Normal;
+    std::int32_t duplicateSlideCount = 2;
     PasteMode pasteMode = PasteMode::Normal;
     // Runs before every host call, as a host that pumps messages in a call.
     std::function<void()> pump;

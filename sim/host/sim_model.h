@@ -149,6 +149,7 @@ struct ChartModel {
     std::vector<AxisModel> axes;
     std::vector<std::u16string> axisCategoryNames;  // CategoryNames of axis (1, 1)
     bool seriesCollectionAsProperty = true;         // else only SeriesCollection(index)
+    bool xValuesTwoDimensional = false;             // XValues as an n x 1 array
     std::vector<SeriesModel> series;
     bool hasChartData = true;
     bool hasIsLinked = true;

@@ -388,10 +388,12 @@ class SlideObject final : public SimObject {
                 slides.push_back(copy);
                 break;
             case DuplicateMode::SeveralSlides: {
-                auto extra = CloneSlide(*slide_);
-                extra->slideId = deck_->nextSlideId++;
-                slides.insert(slides.begin() + index, {copy, extra});
-                made.push_back(extra);
+                for (std::int32_t i = 1; i < host_.duplicateSlideCount; ++i) {
+                    auto extra = CloneSlide(*slide_);
+                    extra->slideId = deck_->nextSlideId++;
+                    made.push_back(extra);
+                }
+                slides.insert(slides.begin() + index, made.begin(), made.end());
                 break;
             }
             default:

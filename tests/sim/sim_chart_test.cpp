@@ -86,6 +86,14 @@ TEST_F(ChartFixture, CategoriesComeAsOneBasedArraysOfMixedTypes) {
     EXPECT_EQ(Put(series, u"XValues", Str(u"not an array")), DISP_E_TYPEMISMATCH);
 }
 
+TEST_F(ChartFixture, XValuesMayComeAsATwoDimensionalArray) {
+    Model().xValuesTwoDimensional = true;
+    const Variant x = Call(Object(chart, u"SeriesCollection", {I4(2)}), u"XValues");
+    EXPECT_EQ(x.ArrayValue().lengths, (std::vector<std::uint32_t>{3, 1}));
+    EXPECT_EQ(x.ArrayValue().lowerBounds, (std::vector<std::int32_t>{1, 1}));
+    EXPECT_EQ(x.ArrayValue().elements[1], Str(u"South"));
+}
+
 TEST_F(ChartFixture, SomeHostsAnswerOnlySeriesCollectionWithAnIndex) {
     Model().seriesCollectionAsProperty = false;
     Variant v;

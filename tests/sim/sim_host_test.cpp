@@ -337,13 +337,14 @@ TEST(SimHost, DuplicatePlacesTheCopyAsTheHostVariantDoes) {
          E_FAIL,
          {256, 258, 257},
          0},
-        {"several slides", DuplicateMode::SeveralSlides, S_OK, {256, 258, 259, 257}, 2},
+        {"several slides", DuplicateMode::SeveralSlides, S_OK, {256, 258, 259, 260, 257}, 3},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         SimHost host;
         auto deck = host.AddPresentation(TwoSlides());
         host.duplicateMode = c.mode;
+        host.duplicateSlideCount = 3;
         const HostRef source = Object(SlidesOf(host), u"Item", {I4(1)});
         deck->slides[0]->tags[u"KEEP"] = u"me";  // the copy must carry the source's tags
         Variant range;
