@@ -9,7 +9,7 @@
 
 namespace qb::test {
 
-class ManualClock final : public platform::Clock {
+class ManualClock : public platform::Clock {
   public:
     // 2026-03-01 09:41:07.123, a tick count far from zero.
     ManualClock();
