@@ -74,6 +74,19 @@ void SetDebugListener(DebugListener listener, void* context) {
     retired.push_back(std::move(pair));
 }
 
+namespace {
+std::atomic<UserActivityProbe> g_userActivity{nullptr};
+}  // namespace
+
+bool IsUserActive() {
+    const UserActivityProbe probe = g_userActivity.load(std::memory_order_acquire);
+    return probe ? probe() : native::IsUserActive();
+}
+
+void SetUserActivityForTesting(UserActivityProbe probe) {
+    g_userActivity.store(probe, std::memory_order_release);
+}
+
 std::u16string JoinPath(std::u16string_view directory, std::u16string_view name) {
     std::u16string path(directory);
     if (!path.empty() && path.back() != u'\\' && path.back() != u'/') path += kPathSeparator;

@@ -101,10 +101,19 @@ bool WriteUserRegistryString(std::u16string_view subKey, std::u16string_view val
                              std::u16string_view value);
 bool DeleteUserRegistryValue(std::u16string_view subKey, std::u16string_view valueName);
 
+// Whether the user is at work on the host right now: the left mouse button
+// held, the mouse captured, or mouse input waiting in the thread's queue.
+// Linux has no such user; tests say what it is.
+bool IsUserActive();
+using UserActivityProbe = bool (*)();
+// Replaces the platform's answer for the process; null restores it.
+void SetUserActivityForTesting(UserActivityProbe probe);
+
 // What each side provides; the portable layer above adds the overrides.
 namespace native {
 std::u16string GetKnownFolder(KnownFolder folder);
 void DebugOutput(std::u16string_view text);
+bool IsUserActive();
 }  // namespace native
 
 }  // namespace qb::platform

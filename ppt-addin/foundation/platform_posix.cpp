@@ -177,6 +177,10 @@ std::u16string native::GetKnownFolder(KnownFolder folder) {
     return {};
 }
 
+bool native::IsUserActive() {
+    return false;
+}
+
 // Linux has no debugger output stream; a listener (tests, the front end's
 // verbose mode) is where these lines go.
 void native::DebugOutput(std::u16string_view) {}

@@ -100,6 +100,13 @@ std::u16string native::GetKnownFolder(KnownFolder folder) {
     return {};
 }
 
+bool native::IsUserActive() {
+    if (::GetAsyncKeyState(VK_LBUTTON) < 0) return true;  // the high bit: held down now
+    if (::GetCapture() != nullptr) return true;           // a drag in progress
+    // Mouse moves or button messages arrived since the last look.
+    return (LOWORD(::GetQueueStatus(QS_INPUT)) & (QS_MOUSEMOVE | QS_MOUSEBUTTON)) != 0;
+}
+
 void native::DebugOutput(std::u16string_view text) {
     const std::u16string terminated(text);
     ::OutputDebugStringW(AsWide(terminated));
