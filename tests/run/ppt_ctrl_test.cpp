@@ -434,6 +434,29 @@ TEST_F(PptCtrlTest, AbortWaitsTwoSecondsForABusyWorkerThenKeepsTheRunAlive) {
     EXPECT_EQ(heard_.Closing(), 0u);
 }
 
+TEST_F(PptCtrlTest, APausedRunHoldsItsSlideBackAndGoesOnWhenResumed) {
+    FakeSteps steps({1, 1});
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(RunScope::Selection), &callbacks, message));
+    transport_.WaitArrived(1);
+    run.Config().paused = 1;
+    transport_.Release(1);  // the answer comes, but the paused worker holds it
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_FALSE(run.Tick());
+        clock_.Advance(kStaGateHoldMs);
+    }
+    EXPECT_TRUE(steps.written.empty());
+    EXPECT_EQ(run.ReadySpans(), 0);
+    run.Config().paused = 0;
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    EXPECT_TRUE(run.Tick());
+    EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2}));
+    EXPECT_EQ(heard_.events.back(), "complete 2");
+}
+
 TEST_F(PptCtrlTest, RunIdsRiseStrictlyAndStayAboveTheTickCount) {
     std::atomic<std::uint64_t> counter{0};
     const std::uint64_t a = TakeRunId(counter, 1000);
