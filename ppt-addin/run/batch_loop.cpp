@@ -206,6 +206,27 @@ std::uint32_t WorkerMain(WorkerArgs& args) {
         const auto total = static_cast<std::int32_t>(texts.size());
         args.translations->assign(texts.size(), std::u16string());
 
+        // Spans that don't lie inside the texts, in order, are a fault of the
+        // caller: the run fails before anything is read out of bounds.
+        std::int32_t previousEnd = 0;
+        for (const SlideSpan& span : *args.spans) {
+            if (span.first < previousEnd || span.end < span.first || span.end > total) {
+                *args.errorMessage = u"Internal translation error";
+                *args.errorCode = u"translate_failed";
+                args.workerResult->store(kWorkerFailed);
+                return 0;
+            }
+            previousEnd = span.end;
+        }
+        // Without any road to the service every batch would fail twice and
+        // split down to single texts; the run fails once instead.
+        if (total > 0 && !config.translateOverride && !config.nativeRoad) {
+            *args.errorMessage = u"HTTP request failed";
+            *args.errorCode = u"translate_failed";
+            args.workerResult->store(kWorkerFailed);
+            return 0;
+        }
+
         if (args.terminologyResolver && total > 0) {
             const std::size_t corpusSize = std::min(texts.size(), kTerminologyCorpusTexts);
             const std::vector<std::u16string> corpus(texts.begin(), texts.begin() + corpusSize);

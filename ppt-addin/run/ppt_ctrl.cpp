@@ -47,12 +47,23 @@ std::uint64_t TakeRunId(std::atomic<std::uint64_t>& counter, std::uint64_t nowTi
 }
 
 PptCtrl::PptCtrl(host::HostRef application, RunSteps& steps)
-    : application_(std::move(application)), steps_(steps) {
+    : application_(std::move(application)),
+      steps_(steps),
+      shared_(std::make_shared<RunShared>()),
+      lists_(shared_->lists) {
     context_.application = application_;
     context_.options = &options_;
 }
 
 PptCtrl::~PptCtrl() {
+    // A worker still running keeps its own share of the run's records; it is
+    // told to stop, and let go.
+    shared_->config.cancelled = 1;
+    shared_->config.paused = 0;
+    worker_.Release();
+    if (options_.liveConfigSlot && *options_.liveConfigSlot == &shared_->config) {
+        *options_.liveConfigSlot = nullptr;
+    }
     if (registered_ && context_.presentation) {
         BusyPresentationRegistry::Remove(context_.presentation->Identity(), options_.ownerPane);
     }
@@ -110,6 +121,26 @@ bool PptCtrl::Start(const RunOptions& options, const RunCallbacks* callbacks,
     options_ = options;
     callbacks_ = callbacks;
     context_.callbacks = callbacks;
+    // Nothing may leave a call from the pane: a throwing host call or
+    // callback ends the run here, with a word to the panel.
+    try {
+        return StartRun(outMessage);
+    } catch (...) {
+        Trace(u"PptCtrl Start failed: unexpected exception\r\n");
+        if (worker_.Started()) return true;  // the worker runs; Tick ends the run as usual
+        if (options_.liveConfigSlot) *options_.liveConfigSlot = nullptr;
+        try {
+            Reject(u"translate_failed",
+                   u"\u5185\u90e8\u9519\u8bef\uff0c\u7ffb\u8bd1\u672a"
+                   u"\u80fd\u5f00\u59cb\u3002");
+        } catch (...) {
+        }
+        outMessage = u"\u5185\u90e8\u9519\u8bef";
+        return false;
+    }
+}
+
+bool PptCtrl::StartRun(std::u16string& outMessage) {
     Trace(u"PptCtrl Start begin scope=" + Num(static_cast<long long>(options_.scope)) + u" full=" +
           Num(options_.fullDeck) + u" bilingual=" + Num(options_.bilingualSlides) +
           u" targetLang=" + options_.targetLang);
@@ -173,33 +204,38 @@ bool PptCtrl::Start(const RunOptions& options, const RunCallbacks* callbacks,
     firstApplyError_.clear();
     startTick_ = Now();
 
-    config_.clientProduct = u"ppt";
-    config_.usageKind = options_.usageKind;
-    config_.targetLang = options_.targetLang;
-    config_.sourceLang = options_.sourceLang;
-    config_.accessToken = options_.accessToken;
-    config_.runId = options_.runId;
-    config_.clientTraceId = options_.clientTraceId;
-    if (options_.translateOverride) config_.translateOverride = options_.translateOverride;
+    RunShared& run = *shared_;
+    TranslateClientConfig& config = run.config;
+    config.clientProduct = u"ppt";
+    config.usageKind = options_.usageKind;
+    config.targetLang = options_.targetLang;
+    config.sourceLang = options_.sourceLang;
+    config.accessToken = options_.accessToken;
+    config.runId = options_.runId;
+    config.clientTraceId = options_.clientTraceId;
+    if (options_.translateOverride) config.translateOverride = options_.translateOverride;
+    config.nativeRoad = options_.nativeRoad;
 
-    workerArgs_.config = &config_;
-    workerArgs_.texts = &lists_.texts;
-    workerArgs_.translations = &lists_.translations;
-    workerArgs_.errorMessage = &errorMessage_;
-    workerArgs_.errorCode = &errorCode_;
-    workerArgs_.workerResult = &workerResult_;
-    if (callbacks_) workerArgs_.onProgress = callbacks_->onProgress;
-    workerArgs_.terminologyResolver = options_.terminologyResolver;
-    workerArgs_.spans = &lists_.spans;
-    workerArgs_.readySpans = &readySpans_;
-    readySpans_ = 0;
+    WorkerArgs& args = run.args;
+    args.config = &config;
+    args.texts = &lists_.texts;
+    args.translations = &lists_.translations;
+    args.errorMessage = &run.errorMessage;
+    args.errorCode = &run.errorCode;
+    args.workerResult = &run.workerResult;
+    if (callbacks_) args.onProgress = callbacks_->onProgress;
+    args.terminologyResolver = options_.terminologyResolver;
+    args.spans = &lists_.spans;
+    args.readySpans = &run.readySpans;
+    run.readySpans = 0;
     applyCursor_ = 0;
-    workerResult_ = S_OK;
-    errorMessage_.clear();
-    errorCode_.clear();
+    run.workerResult = S_OK;
+    run.errorMessage.clear();
+    run.errorCode.clear();
 
-    if (options_.liveConfigSlot) *options_.liveConfigSlot = &config_;
-    if (!worker_.Start([this] { WorkerMain(workerArgs_); })) {
+    if (options_.liveConfigSlot) *options_.liveConfigSlot = &config;
+    // The thread holds its own share of the records it reads and writes.
+    if (!worker_.Start([shared = shared_] { WorkerMain(shared->args); })) {
         if (options_.liveConfigSlot) *options_.liveConfigSlot = nullptr;
         steps_.CleanupBilingualCopies(context_);
         if (callbacks_ && callbacks_->onError) {
@@ -214,13 +250,26 @@ bool PptCtrl::Start(const RunOptions& options, const RunCallbacks* callbacks,
 }
 
 bool PptCtrl::Tick() {
+    // A host call may pump messages and so run the tick again inside a
+    // write or inside Finish; that inner tick does nothing, and never tells
+    // the pane the run is over while the outer one still works on it.
+    if (inTick_) return false;
     if (finished_) return true;
-    if (worker_.Started() && !worker_.Finished()) {
-        if (!aborting_) ApplyWalkStep();
-        return false;
+    inTick_ = true;
+    bool done = false;
+    try {
+        if (worker_.Started() && !worker_.Finished()) {
+            if (!aborting_) ApplyWalkStep();
+        } else {
+            Finish();
+            done = true;
+        }
+    } catch (...) {
+        Trace(u"PptCtrl tick failed: unexpected exception\r\n");
+        done = finished_;
     }
-    Finish();
-    return true;
+    inTick_ = false;
+    return done;
 }
 
 std::int32_t PptCtrl::SlideOfSpan(std::int32_t span) const {
@@ -232,12 +281,11 @@ std::int32_t PptCtrl::SlideOfSpan(std::int32_t span) const {
 
 void PptCtrl::ShowSlide(std::int32_t index) {
     if (index < 1) return;
-    // The view moves only in the host's active window, and only when that
-    // is the run's window. Failures here are silent.
-    host::HostRef window, active;
-    if (!FindRunWindow(window) || FAILED(host::GetObject(application_, u"ActiveWindow", active))) {
-        return;
-    }
+    // The view moves only when the run's window is the host's active one.
+    // Failures here are silent.
+    const host::HostRef& window = context_.window;
+    host::HostRef active;
+    if (!window || FAILED(host::GetObject(application_, u"ActiveWindow", active))) return;
     std::intptr_t a = 0, b = 0;
     const bool same = host::SameIdentity(window, active) ||
                       (ReadHwnd(window, a) && ReadHwnd(active, b) && a != 0 && a == b);
@@ -249,7 +297,7 @@ void PptCtrl::ShowSlide(std::int32_t index) {
 }
 
 void PptCtrl::ApplyWalkStep() {
-    if (applyCursor_ >= readySpans_.load(std::memory_order_acquire)) return;
+    if (applyCursor_ >= shared_->readySpans.load(std::memory_order_acquire)) return;
     const std::int32_t slide = SlideOfSpan(applyCursor_);
     const bool bilingual = options_.bilingualSlides;
     if (!options_.fullDeck) {
@@ -297,10 +345,9 @@ bool PptCtrl::TryApplySlide(std::int32_t slide, bool guardUserInput, bool biling
 }
 
 void PptCtrl::Flush() {
-    const std::int32_t ready = readySpans_.load(std::memory_order_acquire);
+    const std::int32_t ready = shared_->readySpans.load(std::memory_order_acquire);
     if (applyPhase_ == 2 && applyCursor_ < ready) ++applyCursor_;  // written, still on show
     platform::Clock& clock = platform::CurrentClock();
-    std::uint64_t waited = 0;
     for (; applyCursor_ < ready; ++applyCursor_) {
         const std::int32_t slide = SlideOfSpan(applyCursor_);
         std::int32_t tries = 0;
@@ -316,12 +363,12 @@ void PptCtrl::Flush() {
                     StaGate::NotBefore() - now, kFlushHoldLimitMs - heldFor));
                 clock.Sleep(wait);
                 heldFor += wait;
-                waited += wait;
+                flushWaitMs_ += wait;
                 continue;
             }
             if (++tries >= kFlushTries) break;
             clock.Sleep(kFlushRetryMs);
-            waited += kFlushRetryMs;
+            flushWaitMs_ += kFlushRetryMs;
         }
         if (!written) {
             Trace(u"PptCtrl finish apply skipped: sta gate busy\r\n");
@@ -329,80 +376,110 @@ void PptCtrl::Flush() {
         }
     }
     applyPhase_ = 0;
-    if (waited > 0) Trace(u"PptCtrl finish flush waited ms=" + Num(static_cast<long long>(waited)));
+}
+
+void PptCtrl::Close(const std::u16string& summary) {
+    worker_.Release();
+    if (options_.liveConfigSlot) *options_.liveConfigSlot = nullptr;
+    // The waits this run made the host's thread sit through, to be measured.
+    Trace(u"PptCtrl run waits flushMs=" + Num(static_cast<long long>(flushWaitMs_)) + u" abortMs=" +
+          Num(static_cast<long long>(abortWaitMs_)));
+    Trace(u"PptCtrl run end runId=" + AsciiToUtf16(std::to_string(options_.runId)) + u": " +
+          summary + u"\r\n");
+}
+
+std::u16string PptCtrl::CompletedSummary(std::int32_t total) const {
+    std::u16string summary = u"\u5df2\u7ffb\u8bd1 " + Num(applied_) +
+                             u" \u6bb5\u6587\u672c\uff08\u5171 " + Num(total) +
+                             u" \u6bb5\uff09\u3002";
+    if (lists_.skippedSmartArt > 0) {
+        summary += u"\r\n\u53e6\u6709 " + Num(lists_.skippedSmartArt) +
+                   u" \u4e2a SmartArt \u56fe\u5f62\u672a\u7ffb\u8bd1\uff08\u5f53\u524d"
+                   u"\u5bbf\u4e3b\u4e0d\u652f\u6301\uff0c\u5efa\u8bae\u7528\u79bb\u7ebf "
+                   u"pptx \u5de5\u5177\uff09\u3002";
+    }
+    if (!lists_.skippedLabels.empty()) {
+        summary += u"\r\n\u8df3\u8fc7\uff1a" + lists_.skippedLabels.front();
+        if (lists_.skippedLabels.size() > 1) {
+            summary += u"\uff08\u7b49 " + Num(static_cast<long long>(lists_.skippedLabels.size())) +
+                       u" \u9879\uff09";
+        }
+    }
+    if (!firstApplyError_.empty()) {
+        summary += u"\r\n\u90e8\u5206\u56de\u5199\u5931\u8d25\uff1a" + firstApplyError_;
+    }
+    return summary;
 }
 
 void PptCtrl::Finish() {
     if (finished_) return;
     finished_ = true;
-    const HRESULT result = workerResult_.load();
-    char hex[16];
-    std::snprintf(hex, sizeof hex, "%08x", static_cast<unsigned>(result));
-    Trace(u"PptCtrl worker end hr=0x" + AsciiToUtf16(hex) + u" abort=" + Num(aborting_) +
-          u" applied=" + Num(applied_));
+    RunShared& run = *shared_;
+    const HRESULT result = run.workerResult.load();
     std::u16string summary;
-    const auto total = static_cast<std::int32_t>(lists_.texts.size());
-    if (aborting_) {
-        summary = u"\u5bbf\u4e3b\u5173\u95ed\uff0crun \u4e2d\u6b62";
-    } else {
-        Flush();
-        if (result == kWorkerCancelled) {
-            steps_.CleanupBilingualCopies(context_);
-            if (callbacks_ && callbacks_->onCancelled) callbacks_->onCancelled();
-            summary = u"\u5df2\u53d6\u6d88";
-        } else if (FAILED(result)) {
-            steps_.CleanupBilingualCopies(context_);
-            if (callbacks_ && callbacks_->onError) {
-                callbacks_->onError(errorCode_.empty() ? u"translate_failed" : errorCode_,
-                                    errorMessage_);
-            }
-            summary = u"\u7ffb\u8bd1\u5931\u8d25\uff1a" + errorMessage_;
+    try {
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "%08x", static_cast<unsigned>(result));
+        Trace(u"PptCtrl worker end hr=0x" + AsciiToUtf16(hex) + u" abort=" + Num(aborting_) +
+              u" applied=" + Num(applied_));
+        const auto total = static_cast<std::int32_t>(lists_.texts.size());
+        if (aborting_) {
+            summary = u"\u5bbf\u4e3b\u5173\u95ed\uff0crun \u4e2d\u6b62";
         } else {
-            Trace(u"PptCtrl BrokenPhrasePass begin\r\n");
-            steps_.BrokenPhrasePass(context_, lists_, applied_);
-            Trace(u"PptCtrl apply done totalApplied=" + Num(applied_));
-            bool bilingualCopy = options_.bilingualSlides;
-            if (options_.bilingualSlides && applied_ == 0) {
-                const std::int32_t made = steps_.BilingualCopiesMade();
-                const std::int32_t remain = steps_.CleanupBilingualCopies(context_);
-                bilingualCopy = remain >= made;
-                if (remain > 0) Trace(u"PptCtrl bilingual copies remain=" + Num(remain));
-            }
-            if (callbacks_ && callbacks_->onComplete) {
-                callbacks_->onComplete(static_cast<std::int64_t>(Now() - startTick_), total,
-                                       bilingualCopy);
-            }
-            summary = u"\u5df2\u7ffb\u8bd1 " + Num(applied_) + u" \u6bb5\u6587\u672c\uff08\u5171 " +
-                      Num(total) + u" \u6bb5\uff09\u3002";
-            if (lists_.skippedSmartArt > 0) {
-                summary += u"\r\n\u53e6\u6709 " + Num(lists_.skippedSmartArt) +
-                           u" \u4e2a SmartArt \u56fe\u5f62\u672a\u7ffb\u8bd1\uff08\u5f53\u524d"
-                           u"\u5bbf\u4e3b\u4e0d\u652f\u6301\uff0c\u5efa\u8bae\u7528\u79bb\u7ebf "
-                           u"pptx \u5de5\u5177\uff09\u3002";
-            }
-            if (!lists_.skippedLabels.empty()) {
-                summary += u"\r\n\u8df3\u8fc7\uff1a" + lists_.skippedLabels.front();
-                if (lists_.skippedLabels.size() > 1) {
-                    summary += u"\uff08\u7b49 " +
-                               Num(static_cast<long long>(lists_.skippedLabels.size())) +
-                               u" \u9879\uff09";
+            Flush();
+            if (result == kWorkerCancelled) {
+                steps_.CleanupBilingualCopies(context_);
+                closed_ = true;
+                if (callbacks_ && callbacks_->onCancelled) callbacks_->onCancelled();
+                summary = u"\u5df2\u53d6\u6d88";
+            } else if (FAILED(result)) {
+                steps_.CleanupBilingualCopies(context_);
+                closed_ = true;
+                if (callbacks_ && callbacks_->onError) {
+                    callbacks_->onError(run.errorCode.empty() ? u"translate_failed" : run.errorCode,
+                                        run.errorMessage);
                 }
-            }
-            if (!firstApplyError_.empty()) {
-                summary += u"\r\n\u90e8\u5206\u56de\u5199\u5931\u8d25\uff1a" + firstApplyError_;
+                summary = u"\u7ffb\u8bd1\u5931\u8d25\uff1a" + run.errorMessage;
+            } else {
+                Trace(u"PptCtrl BrokenPhrasePass begin\r\n");
+                steps_.BrokenPhrasePass(context_, lists_, applied_);
+                Trace(u"PptCtrl apply done totalApplied=" + Num(applied_));
+                bool bilingualCopy = options_.bilingualSlides;
+                if (options_.bilingualSlides && applied_ == 0) {
+                    const std::int32_t made = steps_.BilingualCopiesMade();
+                    const std::int32_t remain = steps_.CleanupBilingualCopies(context_);
+                    bilingualCopy = remain >= made;
+                    if (remain > 0) Trace(u"PptCtrl bilingual copies remain=" + Num(remain));
+                }
+                closed_ = true;
+                if (callbacks_ && callbacks_->onComplete) {
+                    callbacks_->onComplete(static_cast<std::int64_t>(Now() - startTick_), total,
+                                           bilingualCopy);
+                }
+                summary = CompletedSummary(total);
             }
         }
+    } catch (...) {
+        // A step threw: the run still ends once, with a word to the panel.
+        Trace(u"PptCtrl finish failed: unexpected exception\r\n");
+        if (!aborting_ && !closed_) {
+            closed_ = true;
+            try {
+                if (callbacks_ && callbacks_->onError) {
+                    callbacks_->onError(u"translate_failed", u"\u5185\u90e8\u9519\u8bef");
+                }
+            } catch (...) {
+            }
+        }
+        if (summary.empty()) summary = u"\u5185\u90e8\u9519\u8bef";
     }
-    worker_.Release();
-    if (options_.liveConfigSlot) *options_.liveConfigSlot = nullptr;
-    Trace(u"PptCtrl run end runId=" + AsciiToUtf16(std::to_string(options_.runId)) + u": " +
-          summary + u"\r\n");
+    Close(summary);
 }
 
 bool PptCtrl::Abort() {
     aborting_ = true;
-    config_.cancelled = 1;
-    config_.paused = 0;
+    shared_->config.cancelled = 1;
+    shared_->config.paused = 0;
     platform::Clock& clock = platform::CurrentClock();
     for (std::uint32_t waited = 0; worker_.Started() && !worker_.Finished();
          waited += kAbortPollMs) {
@@ -411,8 +488,12 @@ bool PptCtrl::Abort() {
             return false;
         }
         clock.Sleep(kAbortPollMs);
+        abortWaitMs_ += kAbortPollMs;
     }
-    Finish();
+    try {
+        Finish();
+    } catch (...) {
+    }
     return true;
 }
 

@@ -50,16 +50,31 @@ class PptCtrl {
     void WaitForWorker() { worker_.Join(); }
 
     bool Finished() const { return finished_; }
-    const RunLists& Lists() const { return lists_; }
+    const RunLists& Lists() const { return shared_->lists; }
     std::int32_t Applied() const { return applied_; }
     const std::u16string& FirstApplyError() const { return firstApplyError_; }
-    std::int32_t ReadySpans() const { return readySpans_.load(); }
+    std::int32_t ReadySpans() const { return shared_->readySpans.load(); }
     std::int32_t ApplyCursor() const { return applyCursor_; }
-    HRESULT WorkerResult() const { return workerResult_.load(); }
-    TranslateClientConfig& Config() { return config_; }
+    HRESULT WorkerResult() const { return shared_->workerResult.load(); }
+    TranslateClientConfig& Config() { return shared_->config; }
 
   private:
+    // What the worker reads and writes. The worker holds it too, so that a
+    // controller destroyed while its worker runs leaves it nothing dangling.
+    struct RunShared {
+        TranslateClientConfig config;
+        RunLists lists;
+        std::atomic<std::int32_t> readySpans{0};
+        std::atomic<HRESULT> workerResult{S_OK};
+        std::u16string errorMessage;
+        std::u16string errorCode;
+        WorkerArgs args;
+    };
+
+    bool StartRun(std::u16string& outMessage);
     void Reject(const std::u16string& code, const std::u16string& text);
+    void Close(const std::u16string& summary);
+    std::u16string CompletedSummary(std::int32_t total) const;
     bool FindRunWindow(host::HostRef& window);
     void ShowSlide(std::int32_t index);
     void ApplyWalkStep();
@@ -73,22 +88,21 @@ class PptCtrl {
     RunOptions options_;
     const RunCallbacks* callbacks_ = nullptr;
     bool registered_ = false;
-    RunLists lists_;
-    std::atomic<std::int32_t> readySpans_{0};
+    std::shared_ptr<RunShared> shared_;
+    RunLists& lists_;  // shared_->lists
     std::int32_t applyCursor_ = 0;
     std::int32_t applied_ = 0;
     std::u16string firstApplyError_;
     std::int32_t applyPhase_ = 0;
     std::uint64_t applyPhaseSince_ = 0;
-    TranslateClientConfig config_;
-    std::atomic<HRESULT> workerResult_{S_OK};
-    std::u16string errorMessage_;
-    std::u16string errorCode_;
-    WorkerArgs workerArgs_;
     platform::WorkerThread worker_;
     bool finished_ = false;
+    bool closed_ = false;  // a closing callback went to the pane
     bool aborting_ = false;
+    bool inTick_ = false;
     std::uint64_t startTick_ = 0;
+    std::uint64_t flushWaitMs_ = 0;
+    std::uint64_t abortWaitMs_ = 0;
 };
 
 }  // namespace qb

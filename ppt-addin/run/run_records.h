@@ -88,6 +88,8 @@ struct RunOptions {
     std::uint64_t runId = 0;
     TargetStyle targetStyle;
     BatchTransport translateOverride;
+    // The service exchange, taken when there is no override (set by the pane).
+    BatchTransport nativeRoad;
     TerminologyResolver terminologyResolver;
     WindowKey window;
     TranslateClientConfig** liveConfigSlot = nullptr;

@@ -3,7 +3,12 @@
 // slides, and (under ThreadSanitizer) shares nothing unguarded.
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
 #include <random>
+#include <thread>
 
 #include "foundation/platform.h"
 #include "foundation/text.h"
@@ -48,7 +53,62 @@ class CountingSteps final : public RunSteps {
     std::vector<std::int32_t> sizes_;
 };
 
+// Answers requests on a thread of its own, as the panel's bridge does: the
+// worker hands a request over and waits for the answer.
+class ResponderThread {
+  public:
+    ResponderThread() : thread_([this] { Serve(); }) {}
+    ~ResponderThread() {
+        {
+            std::lock_guard<std::mutex> hold(lock_);
+            stop_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+
+    TranslateBatchResult Ask(const TranslateBatchRequest& request, bool failSingles) {
+        auto answer = std::make_shared<std::promise<TranslateBatchResult>>();
+        std::future<TranslateBatchResult> future = answer->get_future();
+        {
+            std::lock_guard<std::mutex> hold(lock_);
+            queue_.push_back({request, failSingles, answer});
+        }
+        changed_.notify_all();
+        return future.get();
+    }
+
+  private:
+    struct Job {
+        TranslateBatchRequest request;
+        bool failSingles;
+        std::shared_ptr<std::promise<TranslateBatchResult>> answer;
+    };
+    void Serve() {
+        std::unique_lock<std::mutex> hold(lock_);
+        for (;;) {
+            changed_.wait(hold, [&] { return stop_ || !queue_.empty(); });
+            if (queue_.empty()) return;
+            Job job = std::move(queue_.front());
+            queue_.pop_front();
+            hold.unlock();
+            TranslateBatchResult result;
+            result.ok = !(job.failSingles && job.request.texts.size() == 1);
+            if (result.ok) result.translations.assign(job.request.texts.size(), u"x");
+            job.answer->set_value(std::move(result));
+            hold.lock();
+        }
+    }
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::deque<Job> queue_;
+    bool stop_ = false;
+    std::thread thread_;
+};
+
 TEST(PptCtrlStress, RunsEndOnceWhateverHappensWhenever) {
+    ResponderThread responder;
     StaGate::ResetForTesting();
     BusyPresentationRegistry::ResetForTesting();
     test::ManualClock clock;
@@ -78,11 +138,8 @@ TEST(PptCtrlStress, RunsEndOnceWhateverHappensWhenever) {
         options.scope = random() % 2 ? RunScope::FullDeck : RunScope::Selection;
         options.fullDeck = options.scope == RunScope::FullDeck;
         options.window.hwnd = host.App().windows[0]->hwnd;
-        options.translateOverride = [failSome](const TranslateBatchRequest& request) {
-            TranslateBatchResult result;
-            result.ok = !(failSome && request.texts.size() == 1);
-            if (result.ok) result.translations.assign(request.texts.size(), u"x");
-            return result;
+        options.translateOverride = [&responder, failSome](const TranslateBatchRequest& request) {
+            return responder.Ask(request, failSome);
         };
         auto run = std::make_unique<PptCtrl>(host.Application(), steps);
         std::u16string message;
@@ -90,7 +147,6 @@ TEST(PptCtrlStress, RunsEndOnceWhateverHappensWhenever) {
         const int action = static_cast<int>(random() % 4);  // 0 none, 1 cancel, 2 pause, 3 abort
         const int at = static_cast<int>(random() % 8);
         bool aborted = false;
-        std::int32_t readyAtEnd = -1;
         // Ticks while the worker runs, with the action at its tick; then the
         // worker is waited for and the run ticked to its end.
         for (int tick = 0; tick <= at + 4 && !run->Finished(); ++tick) {
@@ -110,7 +166,6 @@ TEST(PptCtrlStress, RunsEndOnceWhateverHappensWhenever) {
         }
         if (!run->Finished()) {
             run->WaitForWorker();
-            readyAtEnd = run->ReadySpans();
             EXPECT_TRUE(run->Tick());
         }
         ASSERT_TRUE(run->Finished());
@@ -121,7 +176,6 @@ TEST(PptCtrlStress, RunsEndOnceWhateverHappensWhenever) {
             for (std::int32_t s = 1; s <= run->ReadySpans(); ++s)
                 expected.push_back(s);
             EXPECT_EQ(steps.written, expected);
-            EXPECT_GE(run->ReadySpans(), readyAtEnd);
         }
     }
 }

@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 
 #include "foundation/platform.h"
 #include "foundation/text.h"
@@ -95,6 +96,7 @@ class FakeSteps final : public RunSteps {
     std::int32_t BilingualCopiesMade() const override { return copiesMade; }
     void ApplySlide(const RunContext&, const RunLists& lists, std::int32_t slide,
                     std::int32_t& applied, std::u16string&) override {
+        if (duringWrite) duringWrite(slide);
         written.push_back(slide);
         writtenAt.push_back(platform::CurrentClock().TickCount64());
         const SlideSpan span = lists.spans[static_cast<std::size_t>(slide - 1)];
@@ -108,9 +110,12 @@ class FakeSteps final : public RunSteps {
     std::int32_t LocateBilingualCopy(const RunContext&, std::int32_t) override { return 0; }
     void BrokenPhrasePass(const RunContext&, const RunLists&, std::int32_t&) override {
         ++brokenPasses;
+        if (throwInBrokenPass) throw std::runtime_error("host call failed");
     }
 
     bool failCollect = false;
+    bool throwInBrokenPass = false;
+    std::function<void(std::int32_t)> duringWrite;  // a host call that pumps, or throws
     std::int32_t copiesMade = 0, cleanups = 0, brokenPasses = 0;
     std::vector<std::int32_t> written;
     std::vector<std::uint64_t> writtenAt;
@@ -210,7 +215,6 @@ TEST_F(PptCtrlTest, AFullDeckRunShowsEachSlideAndWritesItAfterThePacedPauses) {
     ASSERT_EQ(run.ReadySpans(), 2);
 
     host_.App().windows[0]->currentSlide = 4;
-    const std::uint64_t t0 = clock_.TickCount64();
     EXPECT_FALSE(run.Tick());  // phase 0: the view goes to slide 1
     EXPECT_EQ(ViewSlide(), 1);
     clock_.Advance(kWalkShowMs - 1);
@@ -231,7 +235,6 @@ TEST_F(PptCtrlTest, AFullDeckRunShowsEachSlideAndWritesItAfterThePacedPauses) {
     EXPECT_FALSE(run.Tick());
     EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2}));
     EXPECT_GE(steps.writtenAt[1] - steps.writtenAt[0], kWalkShowMs + kWalkWrittenMs);
-    (void)t0;
 
     // The worker ends: Finish writes what is left at once, and the slide in
     // phase 2 is not written twice.
@@ -455,6 +458,288 @@ TEST_F(PptCtrlTest, APausedRunHoldsItsSlideBackAndGoesOnWhenResumed) {
     EXPECT_TRUE(run.Tick());
     EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2}));
     EXPECT_EQ(heard_.events.back(), "complete 2");
+}
+
+// Trace lines, for the texts a run leaves in the log.
+class TraceLines {
+  public:
+    TraceLines() { platform::SetDebugListener(&TraceLines::Take, this); }
+    ~TraceLines() { platform::SetDebugListener(nullptr, nullptr); }
+    bool Has(std::u16string_view line) {
+        std::lock_guard<std::mutex> hold(lock_);
+        return text_.find(line) != std::u16string::npos;
+    }
+
+  private:
+    static void Take(void* self, std::u16string_view piece) {
+        auto* lines = static_cast<TraceLines*>(self);
+        std::lock_guard<std::mutex> hold(lines->lock_);
+        lines->text_ += piece;
+    }
+    std::mutex lock_;
+    std::u16string text_;
+};
+
+TEST_F(PptCtrlTest, ATickRunInsideAWriteByAPumpingHostCallDoesNothing) {
+    FakeSteps steps({1, 1, 1});
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(RunScope::Selection), &callbacks, message));
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    int inner = 0;
+    steps.duringWrite = [&](std::int32_t) {
+        ++inner;
+        EXPECT_FALSE(run.Tick());  // the timer fires inside the host call
+    };
+    EXPECT_TRUE(run.Tick());
+    EXPECT_EQ(inner, 3);
+    EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2, 3}));
+    EXPECT_EQ(heard_.Closing(), 1u);
+}
+
+TEST_F(PptCtrlTest, AThrowingHostCallNeitherEscapesNorEndsTheRun) {
+    FakeSteps steps({1, 1});
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(RunScope::Selection), &callbacks, message));
+    transport_.Release(1);
+    transport_.WaitArrived(2);
+    steps.duringWrite = [](std::int32_t) { throw std::runtime_error("host call failed"); };
+    EXPECT_NO_THROW(EXPECT_FALSE(run.Tick()));
+    EXPECT_EQ(StaGate::Owner(), nullptr);  // the gate was left on the way out
+    steps.duringWrite = nullptr;
+    clock_.Advance(kStaGateHoldMs);
+    EXPECT_FALSE(run.Tick());  // the same slide again, now written
+    EXPECT_EQ(steps.written, std::vector<std::int32_t>{1});
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    steps.throwInBrokenPass = true;
+    TranslateClientConfig* slot = nullptr;
+    EXPECT_NO_THROW(EXPECT_TRUE(run.Tick()));
+    EXPECT_EQ(heard_.Closing(), 1u);  // one closing word, even though Finish threw
+    EXPECT_EQ(heard_.events.back(), "error translate_failed");
+    EXPECT_EQ(slot, nullptr);
+}
+
+TEST_F(PptCtrlTest, ASlideInHandWhenTheWorkerEndsIsWrittenOnceByTheFlush) {
+    const struct {
+        const char* name;
+        std::uint32_t advance;  // how far the walk gets before the worker ends
+        std::vector<std::int32_t> beforeFinish;
+    } cases[] = {
+        {"in phase 1: shown, not yet written", 0, {}},
+        {"in phase 2: written, still shown", kWalkShowMs, {1}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        StaGate::ResetForTesting();
+        FakeSteps steps({1, 1});
+        HeldTransport transport;
+        RunOptions options = Options();
+        options.translateOverride = transport.Road();
+        PptCtrl run(host_.Application(), steps);
+        std::u16string message;
+        ASSERT_TRUE(run.Start(options, nullptr, message));
+        transport.Release(1);
+        transport.WaitArrived(2);
+        EXPECT_FALSE(run.Tick());  // phase 0 -> 1
+        clock_.Advance(c.advance);
+        EXPECT_FALSE(run.Tick());
+        EXPECT_EQ(steps.written, c.beforeFinish);
+        transport.ReleaseAll();
+        run.WaitForWorker();
+        EXPECT_TRUE(run.Tick());
+        EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2}));
+    }
+}
+
+TEST_F(PptCtrlTest, AGateHeldByAHostCallThroughTheFlushSkipsTheRestAndStillCloses) {
+    TraceLines trace;
+    FakeSteps steps({1, 1});
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(RunScope::Selection), &callbacks, message));
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    int otherWork = 0;
+    ASSERT_TRUE(StaGate::TryEnter(&otherWork));  // another pane's write is in flight
+    EXPECT_TRUE(run.Tick());
+    StaGate::Leave(&otherWork);
+    EXPECT_TRUE(steps.written.empty());
+    EXPECT_TRUE(trace.Has(u"PptCtrl finish apply skipped: sta gate busy\r\n"));
+    EXPECT_EQ(heard_.events.back(), "complete 2");
+    EXPECT_TRUE(trace.Has(u"PptCtrl run waits flushMs=" +
+                          AsciiToUtf16(std::to_string((kFlushTries - 1) * kFlushRetryMs))));
+}
+
+TEST_F(PptCtrlTest, TheRunEndLineSaysWhatTheRunDid) {
+    TraceLines trace;
+    FakeSteps steps({2, 1});
+    PptCtrl run(host_.Application(), steps);
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(RunScope::Selection), nullptr, message));
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    EXPECT_TRUE(run.Tick());
+    EXPECT_TRUE(trace.Has(u"PptCtrl Start begin scope=2 full=0 bilingual=0 targetLang=de"));
+    EXPECT_TRUE(trace.Has(u"PptCtrl worker end hr=0x00000000 abort=0 applied=0"));
+    EXPECT_TRUE(
+        trace.Has(u"PptCtrl run end runId=7: \u5df2\u7ffb\u8bd1 3 \u6bb5\u6587\u672c"
+                  u"\uff08\u5171 3 \u6bb5\uff09\u3002\r\n"));
+}
+
+TEST_F(PptCtrlTest, TheViewMovesOnlyInTheActiveWindow) {
+    sim::DeckBuilder other;
+    other.Slide().Text(u"Body", u"Elsewhere");
+    host_.AddPresentation(other.Build());  // a second window, now the active one
+    FakeSteps steps({1, 1});
+    PptCtrl run(host_.Application(), steps);
+    std::u16string message;
+    ASSERT_TRUE(run.Start(Options(), nullptr, message));
+    transport_.Release(1);
+    transport_.WaitArrived(2);
+    host_.App().windows[0]->currentSlide = 4;
+    EXPECT_FALSE(run.Tick());
+    EXPECT_EQ(ViewSlide(), 4);
+    host_.App().activeWindow = 1;
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    EXPECT_TRUE(run.Tick());
+    EXPECT_EQ(steps.written, (std::vector<std::int32_t>{1, 2}));
+}
+
+TEST_F(PptCtrlTest, TheRunsWindowIsFoundByHandleIdentityOrAsTheOnlyOne) {
+    const auto identity = reinterpret_cast<std::intptr_t>(host_.App().windows[0].get());
+    const struct {
+        const char* name;
+        WindowKey key;
+        bool found;
+    } cases[] = {
+        {"by handle", {host_.App().windows[0]->hwnd, 0}, true},
+        {"by identity", {0, identity}, true},
+        {"the only window", {0, 0}, true},
+        {"neither matches", {0x1234, 0x5678}, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        BusyPresentationRegistry::ResetForTesting();
+        FakeSteps steps({1});
+        PptCtrl run(host_.Application(), steps);
+        RunOptions options = Options();
+        options.window = c.key;
+        std::u16string message;
+        EXPECT_EQ(run.Start(options, nullptr, message), c.found);
+        if (c.found) {
+            transport_.ReleaseAll();
+            run.WaitForWorker();
+            EXPECT_TRUE(run.Tick());
+        }
+    }
+}
+
+TEST_F(PptCtrlTest, ARunWithoutAnyRoadToTheServiceFailsOnce) {
+    FakeSteps steps({3});
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    RunOptions options = Options();
+    options.translateOverride = nullptr;
+    std::u16string message;
+    ASSERT_TRUE(run.Start(options, &callbacks, message));
+    run.WaitForWorker();
+    EXPECT_TRUE(run.Tick());
+    EXPECT_EQ(heard_.events.back(), "error translate_failed");
+}
+
+TEST_F(PptCtrlTest, ABilingualRunThatWroteNothingReportsWhetherItsCopiesRemain) {
+    for (const bool remain : {true, false}) {
+        SCOPED_TRACE(remain ? "copies remain" : "copies removed");
+        StaGate::ResetForTesting();
+        BusyPresentationRegistry::ResetForTesting();
+        class NothingWritten final : public RunSteps {
+          public:
+            explicit NothingWritten(bool remain) : remain_(remain) {}
+            HRESULT Collect(const RunContext&, RunLists& lists, std::u16string&) override {
+                lists.texts = {u"one"};
+                lists.spans = {{0, 1}};
+                lists.slideIndexes = {1};
+                return S_OK;
+            }
+            HRESULT CreateBilingualCopies(const RunContext&, RunLists&, std::u16string&) override {
+                return S_OK;
+            }
+            std::int32_t CleanupBilingualCopies(const RunContext&) override {
+                return remain_ ? 1 : 0;
+            }
+            std::int32_t BilingualCopiesMade() const override { return 1; }
+            void ApplySlide(const RunContext&, const RunLists&, std::int32_t, std::int32_t&,
+                            std::u16string&) override {}
+            std::int32_t SourceSlideIndex(const RunContext&, std::int32_t s) override { return s; }
+            std::int32_t LocateBilingualCopy(const RunContext&, std::int32_t) override { return 0; }
+            void BrokenPhrasePass(const RunContext&, const RunLists&, std::int32_t&) override {}
+
+          private:
+            bool remain_;
+        } steps(remain);
+        Heard heard;
+        const RunCallbacks callbacks = heard.Callbacks();
+        RunOptions options = Options(RunScope::Selection);
+        options.bilingualSlides = true;
+        HeldTransport transport;
+        options.translateOverride = transport.Road();
+        PptCtrl run(host_.Application(), steps);
+        std::u16string message;
+        ASSERT_TRUE(run.Start(options, &callbacks, message));
+        transport.ReleaseAll();
+        run.WaitForWorker();
+        EXPECT_TRUE(run.Tick());
+        EXPECT_EQ(heard.events.back(), remain ? "complete 1 bilingual" : "complete 1");
+    }
+}
+
+// Destroyed while its worker still waits for the service: the worker keeps
+// its share of the records and ends on its own, with nothing dangling.
+TEST_F(PptCtrlTest, AControllerDestroyedUnderARunningWorkerLeavesItNothingDangling) {
+    struct Sentinel {
+        Sentinel(std::mutex& l, std::condition_variable& g, bool& d) : lock(l), gone(g), done(d) {}
+        ~Sentinel() {
+            std::lock_guard<std::mutex> hold(lock);
+            done = true;
+            gone.notify_all();
+        }
+        std::mutex& lock;
+        std::condition_variable& gone;
+        bool& done;
+    };
+    std::mutex lock;
+    std::condition_variable gone;
+    bool done = false;
+    FakeSteps steps({1, 1});
+    TranslateClientConfig* slot = nullptr;
+    {
+        auto sentinel = std::make_shared<Sentinel>(lock, gone, done);
+        RunOptions options = Options(RunScope::Selection);
+        BatchTransport held = transport_.Road();
+        options.translateOverride = [held, sentinel](const TranslateBatchRequest& r) {
+            return held(r);
+        };
+        options.liveConfigSlot = &slot;
+        sentinel.reset();
+        auto run = std::make_unique<PptCtrl>(host_.Application(), steps);
+        std::u16string message;
+        ASSERT_TRUE(run->Start(options, nullptr, message));
+        transport_.WaitArrived(1);
+        run.reset();
+    }
+    EXPECT_EQ(slot, nullptr);
+    transport_.ReleaseAll();
+    // The transport (and its sentinel) goes when the worker drops the records.
+    std::unique_lock<std::mutex> hold(lock);
+    gone.wait(hold, [&] { return done; });
+    EXPECT_TRUE(steps.written.empty());
 }
 
 TEST_F(PptCtrlTest, RunIdsRiseStrictlyAndStayAboveTheTickCount) {

@@ -25,7 +25,17 @@ std::uint64_t FileTimeFromUtc(int year, int month, int day, int hour, int minute
 }
 
 ManualClock::ManualClock()
-    : ticks_(5000000000ull), fileTime_(FileTimeFromUtc(2026, 3, 1, 9, 41, 7, 123)) {}
+    : owner_(std::this_thread::get_id()),
+      ticks_(5000000000ull),
+      fileTime_(FileTimeFromUtc(2026, 3, 1, 9, 41, 7, 123)) {}
+
+void ManualClock::Sleep(std::uint32_t milliseconds) {
+    if (std::this_thread::get_id() == owner_) {
+        Advance(milliseconds);
+    } else {
+        std::this_thread::yield();
+    }
+}
 
 platform::LocalTime ManualClock::LocalNow() {
     const std::uint64_t ms = fileTime_.load() / 10000ull;

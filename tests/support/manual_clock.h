@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <thread>
 
 #include "foundation/platform.h"
 
@@ -17,8 +18,10 @@ class ManualClock : public platform::Clock {
     std::uint64_t TickCount64() override { return ticks_.load(); }
     platform::LocalTime LocalNow() override;
     std::uint64_t SystemFileTime() override { return fileTime_.load(); }
-    // Sleeping is advancing: a paced wait costs no real time.
-    void Sleep(std::uint32_t milliseconds) override { Advance(milliseconds); }
+    // Sleeping on the test's own thread is advancing: a paced wait costs no
+    // real time. Another thread (a paused worker) only yields, so that it
+    // can't move the time the test is reading.
+    void Sleep(std::uint32_t milliseconds) override;
 
     void Advance(std::uint64_t milliseconds) {
         ticks_ += milliseconds;
@@ -29,6 +32,7 @@ class ManualClock : public platform::Clock {
     void SetTicks(std::uint64_t ticks) { ticks_ = ticks; }
 
   private:
+    std::thread::id owner_;
     std::atomic<std::uint64_t> ticks_;
     std::atomic<std::uint64_t> fileTime_;
 };
