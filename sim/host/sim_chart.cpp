@@ -753,8 +753,8 @@ class AxisObject final : public SimObject {
 
 class ChartObject final : public SimObject {
   public:
-    ChartObject(SimHost& host, std::shared_ptr<ChartModel> chart, std::u16string owner)
-        : SimObject(host, u"Chart"), chart_(std::move(chart)), owner_(std::move(owner)) {}
+    ChartObject(SimHost& host, std::shared_ptr<ChartModel> chart)
+        : SimObject(host, u"Chart"), chart_(std::move(chart)) {}
     bool Answers(HostInterface which) const override { return which == HostInterface::Chart; }
 
   protected:
@@ -798,11 +798,10 @@ class ChartObject final : public SimObject {
         }
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return owner_; }
+    const void* FaultTarget() const override { return chart_.get(); }
 
   private:
     std::shared_ptr<ChartModel> chart_;
-    std::u16string owner_;
 };
 
 // --- SmartArt -------------------------------------------------------------
@@ -858,6 +857,8 @@ class SmartArtObject final : public SimObject {
         return S_OK;
     }
 
+    const void* FaultTarget() const override { return art_.get(); }
+
   private:
     std::shared_ptr<SmartArtModel> art_;
     bool nodes_;
@@ -866,8 +867,8 @@ class SmartArtObject final : public SimObject {
 }  // namespace
 
 HostRef MakeChart(SimHost& host, std::shared_ptr<ShapeModel> shape) {
-    return std::make_shared<ChartObject>(
-        host, std::shared_ptr<ChartModel>(shape, shape->chart.get()), shape->name);
+    return std::make_shared<ChartObject>(host,
+                                         std::shared_ptr<ChartModel>(shape, shape->chart.get()));
 }
 
 HostRef MakeSmartArt(SimHost& host, std::shared_ptr<ShapeModel> shape) {

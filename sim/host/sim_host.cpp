@@ -97,8 +97,52 @@ void SimHost::ResetCounts() {
     totalCalls_ = 0;
 }
 
+namespace {
+
+using ShapeList = std::vector<std::shared_ptr<ShapeModel>>;
+
+// The chain of shapes from a page down to `target`, found by a walk.
+bool PathTo(const ShapeList& list, const void* target, std::vector<const ShapeModel*>& path) {
+    for (const auto& shape : list) {
+        path.push_back(shape.get());
+        if (shape.get() == target || shape->chart.get() == target ||
+            shape->smartArt.get() == target || PathTo(shape->children, target, path)) {
+            return true;
+        }
+        if (shape->table) {
+            for (const auto& cell : shape->table->cells) {
+                if (cell.get() == target) {
+                    path.push_back(cell.get());
+                    return true;
+                }
+            }
+        }
+        path.pop_back();
+    }
+    return false;
+}
+
+}  // namespace
+
+bool SimHost::IsInShapeNamed(const void* target, std::u16string_view name) const {
+    if (!target) return false;
+    for (const auto& deck : app_->presentations) {
+        for (const auto& slide : deck->slides) {
+            for (const ShapeList* page : {&slide->shapes, &slide->notesShapes}) {
+                std::vector<const ShapeModel*> path;
+                if (!PathTo(*page, target, path)) continue;
+                for (const ShapeModel* shape : path) {
+                    if (shape->name == name) return true;
+                }
+                return false;
+            }
+        }
+    }
+    return false;
+}
+
 HRESULT SimHost::BeforeCall(std::u16string_view type, std::u16string_view member,
-                            FaultRule::Access access, std::u16string_view shapeName) {
+                            FaultRule::Access access, const void* faultTarget) {
     std::u16string counted(member);
     if (access == FaultRule::Access::Put) counted += u'=';
     if (access == FaultRule::Access::Default) counted = u"()";
@@ -115,7 +159,7 @@ HRESULT SimHost::BeforeCall(std::u16string_view type, std::u16string_view member
         if (!rule.objectType.empty() && !EqualsIgnoreCase(rule.objectType, type)) continue;
         if (!rule.member.empty() && !EqualsIgnoreCase(rule.member, member)) continue;
         if (!AccessMatches(rule.access, access)) continue;
-        if (!rule.shapeName.empty() && rule.shapeName != shapeName) continue;
+        if (!rule.shapeName.empty() && !IsInShapeNamed(faultTarget, rule.shapeName)) continue;
         ++active.seen;
         if (rule.nth != 0 && active.seen != rule.nth) continue;
         if (rule.crash) {
@@ -144,7 +188,7 @@ HRESULT SimObject::Invoke(std::u16string_view member, host::InvokeKind kind, con
                           std::size_t count, Variant* result) {
     const bool put = kind == host::InvokeKind::Put;
     RETURN_IF_FAILED(host_.BeforeCall(
-        type_, member, put ? FaultRule::Access::Put : FaultRule::Access::Get, OwnerShapeName()));
+        type_, member, put ? FaultRule::Access::Put : FaultRule::Access::Get, FaultTarget()));
     const std::u16string name = ToLower(member);
     if (put) {
         if (count < 1) return DISP_E_BADPARAMCOUNT;
@@ -152,13 +196,25 @@ HRESULT SimObject::Invoke(std::u16string_view member, host::InvokeKind kind, con
         return Put(name, Args(args + 1, count - 1), args[0]);
     }
     Variant ignored;
-    return Get(name, Args(args, count), result ? *result : ignored);
+    Variant& out = result ? *result : ignored;
+    const HRESULT hr = Get(name, Args(args, count), out);
+    if (SUCCEEDED(hr)) PassTargetOn(out);
+    return hr;
+}
+
+void SimObject::PassTargetOn(const Variant& result) const {
+    if (result.Type() != host::VarType::Object) return;
+    auto* child = dynamic_cast<SimObject*>(result.ObjectValue().get());
+    if (child && !child->FaultTarget()) child->inheritedTarget_ = FaultTarget();
 }
 
 HRESULT SimObject::InvokeDefault(const Variant* args, std::size_t count, Variant* result) {
-    RETURN_IF_FAILED(host_.BeforeCall(type_, u"", FaultRule::Access::Default, OwnerShapeName()));
+    RETURN_IF_FAILED(host_.BeforeCall(type_, u"", FaultRule::Access::Default, FaultTarget()));
     Variant ignored;
-    return Default(Args(args, count), result ? *result : ignored);
+    Variant& out = result ? *result : ignored;
+    const HRESULT hr = Default(Args(args, count), out);
+    if (SUCCEEDED(hr)) PassTargetOn(out);
+    return hr;
 }
 
 HRESULT SimObject::Put(std::u16string_view, const Args&, const Variant&) {

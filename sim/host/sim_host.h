@@ -24,7 +24,7 @@ struct FaultRule {
     std::u16string objectType;  // "Shape", "TextRange", ...; empty: any type
     std::u16string member;      // ignoring case; empty: any member
     Access access = Access::Any;
-    std::u16string shapeName;  // only objects of (or inside) this shape; empty: any
+    std::u16string shapeName;  // only objects of this shape, or inside it; empty: any
     std::int32_t nth = 0;      // only the nth matching call (one-based); 0: every one
     bool missing = false;      // answer as a host that lacks the member
     HRESULT hr = E_FAIL;
@@ -90,7 +90,10 @@ class SimHost {
 
     // Used by the simulated objects.
     HRESULT BeforeCall(std::u16string_view type, std::u16string_view member,
-                       FaultRule::Access access, std::u16string_view shapeName);
+                       FaultRule::Access access, const void* faultTarget);
+    // Whether the shape, chart or SmartArt `target` is the shape named
+    // `name`, or lies inside a group or table of that name.
+    bool IsInShapeNamed(const void* target, std::u16string_view name) const;
 
   private:
     HostKind kind_;

@@ -49,13 +49,18 @@ class SimObject : public host::HostObject {
     virtual HRESULT Get(std::u16string_view name, const Args& args, Variant& result) = 0;
     virtual HRESULT Put(std::u16string_view name, const Args& args, const Variant& value);
     virtual HRESULT Default(const Args& args, Variant& result);
-    // The shape this object belongs to, for fault rules that name a shape.
-    virtual std::u16string OwnerShapeName() const { return {}; }
+    // The shape, chart or SmartArt this object belongs to, for fault rules
+    // that name a shape: a rule names the shape or any group or table it is
+    // in. Objects without one of their own take their parent's.
+    virtual const void* FaultTarget() const { return inheritedTarget_; }
 
     SimHost& host_;
 
   private:
+    void PassTargetOn(const Variant& result) const;
+
     std::u16string type_;
+    const void* inheritedTarget_ = nullptr;
 };
 
 // Numbers as the host returns them.
@@ -73,10 +78,11 @@ inline Variant Obj(HostRef v) {
 }
 
 // Factories shared by the object files.
-// `list` aliases its owner (a slide, a notes page or a group), keeping it alive.
+// `list` aliases its owner (a slide, a notes page or a group), keeping it
+// alive; `group` is the group shape whose items it holds, or null.
 HostRef MakeShapes(SimHost& host, std::shared_ptr<PresentationModel> deck,
-                   std::shared_ptr<std::vector<std::shared_ptr<ShapeModel>>> list, bool group,
-                   std::u16string ownerName);
+                   std::shared_ptr<std::vector<std::shared_ptr<ShapeModel>>> list,
+                   const ShapeModel* group);
 HostRef MakeShape(SimHost& host, std::shared_ptr<PresentationModel> deck,
                   std::shared_ptr<ShapeModel> shape);
 HostRef MakeTextFrame(SimHost& host, std::shared_ptr<PresentationModel> deck,

@@ -67,12 +67,12 @@ class TagsObject final : public SimObject {
 class ShapesObject final : public SimObject {
   public:
     ShapesObject(SimHost& host, std::shared_ptr<PresentationModel> deck,
-                 std::shared_ptr<ShapeList> list, bool group, std::u16string owner)
-        : SimObject(host, group ? u"GroupShapes" : u"Shapes"),
+                 std::shared_ptr<ShapeList> list, const ShapeModel* groupShape)
+        : SimObject(host, groupShape ? u"GroupShapes" : u"Shapes"),
           deck_(std::move(deck)),
           list_(std::move(list)),
-          group_(group),
-          owner_(std::move(owner)) {}
+          group_(groupShape != nullptr),
+          groupShape_(groupShape) {}
 
     const void* Identity() const override { return list_.get(); }
     bool Answers(HostInterface which) const override {
@@ -92,7 +92,7 @@ class ShapesObject final : public SimObject {
         return DISP_E_UNKNOWNNAME;
     }
     HRESULT Default(const Args& args, Variant& result) override { return Item(args, result); }
-    std::u16string OwnerShapeName() const override { return owner_; }
+    const void* FaultTarget() const override { return groupShape_; }
 
   private:
     HRESULT Item(const Args& args, Variant& result) {
@@ -116,7 +116,7 @@ class ShapesObject final : public SimObject {
     std::shared_ptr<PresentationModel> deck_;
     std::shared_ptr<ShapeList> list_;
     bool group_;
-    std::u16string owner_;
+    const ShapeModel* groupShape_;
 };
 
 class TableObject;
@@ -140,11 +140,8 @@ class CountObject final : public SimObject {
 class CellObject final : public SimObject {
   public:
     CellObject(SimHost& host, std::shared_ptr<PresentationModel> deck,
-               std::shared_ptr<ShapeModel> cellShape, std::u16string owner)
-        : SimObject(host, u"Cell"),
-          deck_(std::move(deck)),
-          shape_(std::move(cellShape)),
-          owner_(std::move(owner)) {}
+               std::shared_ptr<ShapeModel> cellShape)
+        : SimObject(host, u"Cell"), deck_(std::move(deck)), shape_(std::move(cellShape)) {}
     bool Answers(HostInterface which) const override { return which == HostInterface::Cell; }
 
   protected:
@@ -153,12 +150,11 @@ class CellObject final : public SimObject {
         result = Obj(MakeShape(host_, deck_, shape_));
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return owner_; }
+    const void* FaultTarget() const override { return shape_.get(); }
 
   private:
     std::shared_ptr<PresentationModel> deck_;
     std::shared_ptr<ShapeModel> shape_;
-    std::u16string owner_;
 };
 
 class TableObject final : public SimObject {
@@ -184,12 +180,12 @@ class TableObject final : public SimObject {
             if (!args.Int(0, row) || !args.Int(1, column)) return DISP_E_TYPEMISMATCH;
             auto cell = table.CellAt(row, column);
             if (!cell) return E_INVALIDARG;
-            result = Obj(std::make_shared<CellObject>(host_, deck_, cell, shape_->name));
+            result = Obj(std::make_shared<CellObject>(host_, deck_, cell));
             return S_OK;
         }
         return DISP_E_UNKNOWNNAME;
     }
-    std::u16string OwnerShapeName() const override { return shape_->name; }
+    const void* FaultTarget() const override { return shape_.get(); }
 
   private:
     std::shared_ptr<PresentationModel> deck_;
@@ -228,7 +224,7 @@ class ShapeObject final : public SimObject {
         } else if (name == u"groupitems") {
             if (s.type != ShapeType::Group) return E_FAIL;  // the host refuses it on a non-group
             auto list = std::shared_ptr<ShapeList>(shape_, &shape_->children);
-            result = Obj(MakeShapes(host_, deck_, list, true, s.name));
+            result = Obj(MakeShapes(host_, deck_, list, shape_.get()));
         } else if (name == u"hastable") {
             result = Truth(s.table != nullptr);
         } else if (name == u"table") {
@@ -248,6 +244,8 @@ class ShapeObject final : public SimObject {
         } else if (name == u"chart") {
             if (!s.chart) return E_FAIL;
             result = Obj(MakeChart(host_, shape_));
+        } else if (name == u"delete") {
+            return Delete();
         } else if (name == u"hassmartart") {
             result = Truth(s.smartArt != nullptr);
         } else if (name == u"smartart") {
@@ -278,13 +276,39 @@ class ShapeObject final : public SimObject {
         if (!value.ToDouble(d)) return DISP_E_TYPEMISMATCH;
         if ((field == &s.width || field == &s.height) && d < 0) return E_INVALIDARG;
         *field = static_cast<float>(d);
-        // "Shape to fit text" answers any change of the box at once.
-        if (s.hasTextFrame && s.frame.autoSize == 1 && field == &s.width) FitShapeToText(s);
+        // "Shape to fit text" answers any change of the box at once: a new
+        // width rewraps, and a height of its own doesn't stick.
+        if (s.hasTextFrame && s.frame.autoSize == 1 && (field == &s.width || field == &s.height)) {
+            FitShapeToText(s);
+        }
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return shape_->name; }
+    const void* FaultTarget() const override { return shape_.get(); }
 
   private:
+    // Takes the shape out of the page or group that holds it. A table
+    // cell's shape can't be deleted on its own.
+    HRESULT Delete() {
+        for (const auto& slide : deck_->slides) {
+            for (ShapeList* page : {&slide->shapes, &slide->notesShapes}) {
+                if (RemoveFrom(*page)) return S_OK;
+            }
+        }
+        return E_FAIL;
+    }
+    bool RemoveFrom(ShapeList& list) {
+        const auto it = std::find(list.begin(), list.end(), shape_);
+        if (it != list.end()) {
+            list.erase(it);
+            shape_->deleted = true;
+            return true;
+        }
+        for (const auto& other : list) {
+            if (RemoveFrom(other->children)) return true;
+        }
+        return false;
+    }
+
     std::shared_ptr<PresentationModel> deck_;
     std::shared_ptr<ShapeModel> shape_;
 };
@@ -329,7 +353,7 @@ class NotesPageObject final : public SimObject {
     HRESULT Get(std::u16string_view name, const Args&, Variant& result) override {
         if (name != u"shapes") return DISP_E_UNKNOWNNAME;
         auto list = std::shared_ptr<ShapeList>(slide_, &slide_->notesShapes);
-        result = Obj(MakeShapes(host_, deck_, list, false, u""));
+        result = Obj(MakeShapes(host_, deck_, list, nullptr));
         return S_OK;
     }
 
@@ -357,7 +381,7 @@ class SlideObject final : public SimObject {
             result = Variant::String(slide_->name);
         } else if (name == u"shapes") {
             auto list = std::shared_ptr<ShapeList>(slide_, &slide_->shapes);
-            result = Obj(MakeShapes(host_, deck_, list, false, u""));
+            result = Obj(MakeShapes(host_, deck_, list, nullptr));
         } else if (name == u"notespage") {
             result = Obj(std::make_shared<NotesPageObject>(host_, deck_, slide_));
         } else if (name == u"tags") {
@@ -731,9 +755,8 @@ HostRef MakeSlideRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
 }  // namespace
 
 HostRef MakeShapes(SimHost& host, std::shared_ptr<PresentationModel> deck,
-                   std::shared_ptr<ShapeList> list, bool group, std::u16string ownerName) {
-    return std::make_shared<ShapesObject>(host, std::move(deck), std::move(list), group,
-                                          std::move(ownerName));
+                   std::shared_ptr<ShapeList> list, const ShapeModel* group) {
+    return std::make_shared<ShapesObject>(host, std::move(deck), std::move(list), group);
 }
 
 HostRef MakeShape(SimHost& host, std::shared_ptr<PresentationModel> deck,

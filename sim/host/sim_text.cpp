@@ -154,7 +154,7 @@ class ColorFormatObject final : public SimObject {
         }
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return slice_.shape->name; }
+    const void* FaultTarget() const override { return slice_.shape.get(); }
 
   private:
     FrameSlice slice_;
@@ -226,7 +226,7 @@ class FontObject final : public SimObject {
         }
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return slice_.shape->name; }
+    const void* FaultTarget() const override { return slice_.shape.get(); }
 
   private:
     FrameSlice slice_;
@@ -264,8 +264,13 @@ class TextRangeObject final : public SimObject {
             return Sub(Overlapping(Paragraphs(frame.text), start_, start_ + length_), args,
                        RangeUnit::Paragraphs, result);
         } else if (name == u"runs") {
-            return Sub(Overlapping(Runs(frame), start_, start_ + length_), args, RangeUnit::Runs,
-                       result);
+            // The runs of a range are cut at its ends.
+            std::vector<Span> runs = Overlapping(Runs(frame), start_, start_ + length_);
+            for (Span& run : runs) {
+                run.start = std::max(run.start, start_);
+                run.end = std::min(run.end, std::max(start_ + length_, run.start));
+            }
+            return Sub(runs, args, RangeUnit::Runs, result);
         } else if (name == u"characters") {
             return Characters(args, result);
         } else if (name == u"font") {
@@ -317,7 +322,7 @@ class TextRangeObject final : public SimObject {
         if (frame.autoSize == 1) FitShapeToText(*shape_);
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return shape_->name; }
+    const void* FaultTarget() const override { return shape_.get(); }
 
   private:
     // The frame may have changed since the range was made; a frame's own
@@ -457,12 +462,13 @@ class TextFrameObject final : public SimObject {
              : name == u"marginright" ? frame.marginRight
              : name == u"margintop"   ? frame.marginTop
                                       : frame.marginBottom) = static_cast<float>(d);
+            if (frame.autoSize == 1) FitShapeToText(*shape_);
         } else {
             return DISP_E_UNKNOWNNAME;
         }
         return S_OK;
     }
-    std::u16string OwnerShapeName() const override { return shape_->name; }
+    const void* FaultTarget() const override { return shape_.get(); }
 
   private:
     // TextFrame2.TextRange: only its Text is served.
@@ -484,12 +490,17 @@ class TextFrameObject final : public SimObject {
             if (name != u"text") return DISP_E_UNKNOWNNAME;
             if (value.Type() != host::VarType::String) return DISP_E_TYPEMISMATCH;
             TextFrameModel& frame = shape_->frame;
-            const CharFormat format =
-                frame.formats.empty() ? frame.defaultFormat : frame.formats.front();
+            CharFormat format = frame.formats.empty() ? frame.defaultFormat : frame.formats.front();
+            if (host_.textPutResetsFormat) {
+                format.rgb = frame.defaultFormat.rgb;
+                format.colorType = frame.defaultFormat.colorType;
+                format.size = frame.defaultFormat.size;
+            }
             frame.SetText(value.StringValue(), format);
+            if (frame.autoSize == 1) FitShapeToText(*shape_);
             return S_OK;
         }
-        std::u16string OwnerShapeName() const override { return shape_->name; }
+        const void* FaultTarget() const override { return shape_.get(); }
 
       private:
         std::shared_ptr<ShapeModel> shape_;

@@ -436,6 +436,90 @@ TEST(SimHost, FaultRulesFailTheCallsTheyName) {
     EXPECT_EQ(host::DispGet(ShapeAt(host, 1, 2), u"HasTextFrame", &v), S_OK);
 }
 
+TEST(SimHost, AFaultRuleNamingAShapeReachesEverythingInsideIt) {
+    SimHost host;
+    DeckBuilder b;
+    b.Slide().Table(u"Grid", 1, 2, {u"a", u"b"});
+    b.BeginGroup(u"Outer").BeginGroup(u"Inner").Text(u"Leaf", u"deep").EndGroup().EndGroup();
+    b.Chart(u"Sales chart", SampleChart());
+    host.AddPresentation(b.Build());
+    const struct {
+        const char* name;
+        std::u16string shapeName, objectType;
+    } cases[] = {
+        {"a table's cells", u"Grid", u"TextRange"},
+        {"a shape two groups down", u"Outer", u"TextRange"},
+        {"the group itself", u"Inner", u"TextRange"},
+        {"a chart's title", u"Sales chart", u"ChartTitle"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        host.ClearFaults();
+        FaultRule rule;
+        rule.objectType = c.objectType;
+        rule.member = u"Text";
+        rule.access = FaultRule::Access::Put;
+        rule.shapeName = c.shapeName;
+        host.AddFault(rule);
+        const HostRef cell = Object(
+            Object(Object(ShapeAt(host, 1, 1), u"Table"), u"Cell", {I4(1), I4(2)}), u"Shape");
+        HostRef leaf = ShapeAt(host, 1, 2);
+        leaf = Object(Object(leaf, u"GroupItems"), u"Item", {I4(1)});
+        leaf = Object(Object(leaf, u"GroupItems"), u"Item", {I4(1)});
+        const HostRef title = Object(Object(ShapeAt(host, 1, 3), u"Chart"), u"ChartTitle");
+        const HRESULT cellPut = Put(FrameRange(cell), u"Text", Str(u"x"));
+        const HRESULT leafPut = Put(FrameRange(leaf), u"Text", Str(u"x"));
+        const HRESULT titlePut = Put(title, u"Text", Str(u"x"));
+        EXPECT_EQ(cellPut, c.shapeName == u"Grid" ? E_FAIL : S_OK);
+        EXPECT_EQ(leafPut, c.shapeName == u"Outer" || c.shapeName == u"Inner" ? E_FAIL : S_OK);
+        EXPECT_EQ(titlePut, c.shapeName == u"Sales chart" ? E_FAIL : S_OK);
+    }
+}
+
+TEST(SimHost, ShapeToFitTextAnswersEveryKindOfChange) {
+    SimHost host;
+    DeckBuilder b;
+    b.Slide().Text(u"Body", u"One", Box{0, 0, 300, 100});
+    auto deck = host.AddPresentation(b.Build());
+    const ShapeModel& shape = *deck->slides[0]->shapes[0];
+    const HostRef frame = Object(ShapeAt(host, 1, 1), u"TextFrame");
+    ASSERT_EQ(Put(frame, u"AutoSize", I4(1)), S_OK);
+    const float oneLine = shape.height;
+    ASSERT_EQ(Put(ShapeAt(host, 1, 1), u"Height", Variant::R4(500)), S_OK);
+    EXPECT_FLOAT_EQ(shape.height, oneLine);  // a height of its own doesn't stick
+    ASSERT_EQ(Put(frame, u"MarginTop", Variant::R4(20)), S_OK);
+    EXPECT_FLOAT_EQ(shape.height, oneLine + 20 - 3.6f);
+    const HostRef range2 = Object(Object(ShapeAt(host, 1, 1), u"TextFrame2"), u"TextRange");
+    ASSERT_EQ(Put(range2, u"Text", Str(u"One\rTwo")), S_OK);
+    EXPECT_FLOAT_EQ(shape.height, oneLine + 20 - 3.6f + 1.2f * 18);
+}
+
+TEST(SimHost, RunsOfARangeAreCutAtItsEnds) {
+    SimHost host;
+    DeckBuilder b;
+    b.Slide().Text(u"Body", u"Hello world");
+    host.AddPresentation(b.Build());
+    const HostRef part = Object(FrameRange(ShapeAt(host, 1, 1)), u"Characters", {I4(3), I4(2)});
+    EXPECT_EQ(Int(Object(part, u"Runs", {I4(-1), I4(-1)}), u"Count"), 1);
+    EXPECT_EQ(Text(Object(part, u"Runs", {I4(1), I4(1)})), u"ll");
+}
+
+TEST(SimHost, DeletedShapesLeaveTheirPageOrGroup) {
+    SimHost host;
+    DeckBuilder b;
+    b.Slide().Text(u"A", u"a").BeginGroup(u"G").Text(u"B", u"b").Text(u"C", u"c").EndGroup();
+    auto deck = host.AddPresentation(b.Build());
+    const HostRef a = ShapeAt(host, 1, 1);
+    Call(a, u"Delete");
+    Variant v;
+    EXPECT_TRUE(FAILED(host::DispGet(a, u"Name", &v)));  // a deleted shape answers nothing
+    EXPECT_EQ(deck->slides[0]->shapes.size(), 1u);
+    const HostRef b1 = Object(Object(ShapeAt(host, 1, 1), u"GroupItems"), u"Item", {I4(1)});
+    Call(b1, u"Delete");
+    ASSERT_EQ(deck->slides[0]->shapes[0]->children.size(), 1u);
+    EXPECT_EQ(deck->slides[0]->shapes[0]->children[0]->name, u"C");
+}
+
 TEST(SimHost, CountsEveryCallByTypeAndMember) {
     SimHost host;
     host.AddPresentation(TwoSlides());
