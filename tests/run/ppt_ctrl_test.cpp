@@ -10,6 +10,7 @@
 #include "foundation/platform.h"
 #include "foundation/text.h"
 #include "run/ppt_ctrl.h"
+#include "run/sim_run_steps.h"
 #include "run/sta_gate.h"
 #include "sim/host/deck_builder.h"
 #include "sim/host/sim_host.h"
@@ -740,6 +741,40 @@ TEST_F(PptCtrlTest, AControllerDestroyedUnderARunningWorkerLeavesItNothingDangli
     std::unique_lock<std::mutex> hold(lock);
     gone.wait(hold, [&] { return done; });
     EXPECT_TRUE(steps.written.empty());
+}
+
+// The spine on the simulated host: texts read from its slides, translated by
+// the transport, written back into them; a host write that fails costs its
+// unit and nothing more.
+TEST_F(PptCtrlTest, ARunTranslatesTheSimulatedDeckAndSurvivesAFailingWrite) {
+    sim::DeckBuilder b;
+    b.Slide().Text(u"Title", u"Quarterly report").Text(u"Number", u"2026");
+    b.Slide().Text(u"Body", u"Revenue grew").Text(u"Broken", u"Stays as it was");
+    auto deck = host_.AddPresentation(b.Build());
+    sim::FaultRule rule;
+    rule.objectType = u"TextRange";
+    rule.member = u"Text";
+    rule.access = sim::FaultRule::Access::Put;
+    rule.shapeName = u"Broken";
+    host_.AddFault(rule);
+    test::SimRunSteps steps;
+    PptCtrl run(host_.Application(), steps);
+    const RunCallbacks callbacks = heard_.Callbacks();
+    RunOptions options = Options(RunScope::Selection);
+    options.window.hwnd = host_.App().windows[1]->hwnd;
+    std::u16string message;
+    ASSERT_TRUE(run.Start(options, &callbacks, message));
+    EXPECT_EQ(run.Lists().texts.size(), 3u);  // "2026" has nothing to translate
+    transport_.ReleaseAll();
+    run.WaitForWorker();
+    EXPECT_TRUE(run.Tick());
+    EXPECT_EQ(deck->slides[0]->shapes[0]->frame.text, u"T:Quarterly report");
+    EXPECT_EQ(deck->slides[0]->shapes[1]->frame.text, u"2026");
+    EXPECT_EQ(deck->slides[1]->shapes[0]->frame.text, u"T:Revenue grew");
+    EXPECT_EQ(deck->slides[1]->shapes[1]->frame.text, u"Stays as it was");
+    EXPECT_EQ(run.Applied(), 2);
+    EXPECT_EQ(run.FirstApplyError(), u"shapes[2].frame");
+    EXPECT_EQ(heard_.events.back(), "complete 3");
 }
 
 TEST_F(PptCtrlTest, RunIdsRiseStrictlyAndStayAboveTheTickCount) {
