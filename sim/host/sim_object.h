@@ -3,7 +3,9 @@
 // object files share.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -61,6 +63,42 @@ class SimObject : public host::HostObject {
 
     std::u16string type_;
     const void* inheritedTarget_ = nullptr;
+};
+
+// A one-based collection: Count, Item(index), and Item as its default member.
+class ListObject final : public SimObject {
+  public:
+    using Count = std::function<std::size_t()>;
+    using MakeItem = std::function<HostRef(std::size_t zeroBased)>;
+    ListObject(SimHost& host, std::u16string type, Count count, MakeItem make,
+               std::optional<host::HostInterface> answers = std::nullopt)
+        : SimObject(host, std::move(type)),
+          count_(std::move(count)),
+          make_(std::move(make)),
+          answers_(answers) {}
+    bool Answers(host::HostInterface which) const override { return answers_ == which; }
+
+  protected:
+    HRESULT Get(std::u16string_view name, const Args& args, Variant& result) override {
+        if (name == u"count") {
+            result = Variant::I4(static_cast<std::int32_t>(count_()));
+            return S_OK;
+        }
+        if (name == u"item") return Default(args, result);
+        return DISP_E_UNKNOWNNAME;
+    }
+    HRESULT Default(const Args& args, Variant& result) override {
+        std::int32_t index = 0;
+        if (!args.Int(0, index)) return DISP_E_TYPEMISMATCH;
+        if (index < 1 || static_cast<std::size_t>(index) > count_()) return E_INVALIDARG;
+        result = Variant::Object(make_(static_cast<std::size_t>(index - 1)));
+        return S_OK;
+    }
+
+  private:
+    Count count_;
+    MakeItem make_;
+    std::optional<host::HostInterface> answers_;
 };
 
 // Numbers as the host returns them.

@@ -23,6 +23,14 @@ HostRef MakeSlide(SimHost& host, std::shared_ptr<PresentationModel> deck,
 HostRef MakeSlideRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
                        std::vector<std::shared_ptr<SlideModel>> slides);
 
+HostRef MakeShapeRange(SimHost& host, std::shared_ptr<PresentationModel> deck, ShapeList shapes) {
+    auto list = std::make_shared<ShapeList>(std::move(shapes));
+    return std::make_shared<ListObject>(
+        host, u"ShapeRange", [list] { return list->size(); },
+        [h = &host, deck, list](std::size_t i) { return MakeShape(*h, deck, (*list)[i]); },
+        HostInterface::ShapeRange);
+}
+
 // --- Tags --------------------------------------------------------------------
 
 class TagsObject final : public SimObject {
@@ -313,34 +321,6 @@ class ShapeObject final : public SimObject {
     std::shared_ptr<ShapeModel> shape_;
 };
 
-class ShapeRangeObject final : public SimObject {
-  public:
-    ShapeRangeObject(SimHost& host, std::shared_ptr<PresentationModel> deck, ShapeList shapes)
-        : SimObject(host, u"ShapeRange"), deck_(std::move(deck)), shapes_(std::move(shapes)) {}
-    bool Answers(HostInterface which) const override { return which == HostInterface::ShapeRange; }
-
-  protected:
-    HRESULT Get(std::u16string_view name, const Args& args, Variant& result) override {
-        if (name == u"count") {
-            result = I4(static_cast<std::int32_t>(shapes_.size()));
-            return S_OK;
-        }
-        if (name == u"item") return Default(args, result);
-        return DISP_E_UNKNOWNNAME;
-    }
-    HRESULT Default(const Args& args, Variant& result) override {
-        std::int32_t index = 0;
-        if (!args.Int(0, index)) return DISP_E_TYPEMISMATCH;
-        if (index < 1 || index > static_cast<std::int32_t>(shapes_.size())) return E_INVALIDARG;
-        result = Obj(MakeShape(host_, deck_, shapes_[static_cast<std::size_t>(index - 1)]));
-        return S_OK;
-    }
-
-  private:
-    std::shared_ptr<PresentationModel> deck_;
-    ShapeList shapes_;
-};
-
 // --- Slides ---------------------------------------------------------------
 
 class NotesPageObject final : public SimObject {
@@ -430,35 +410,6 @@ class SlideObject final : public SimObject {
 
     std::shared_ptr<PresentationModel> deck_;
     std::shared_ptr<SlideModel> slide_;
-};
-
-class SlideRangeObject final : public SimObject {
-  public:
-    SlideRangeObject(SimHost& host, std::shared_ptr<PresentationModel> deck,
-                     std::vector<std::shared_ptr<SlideModel>> slides)
-        : SimObject(host, u"SlideRange"), deck_(std::move(deck)), slides_(std::move(slides)) {}
-    bool Answers(HostInterface which) const override { return which == HostInterface::SlideRange; }
-
-  protected:
-    HRESULT Get(std::u16string_view name, const Args& args, Variant& result) override {
-        if (name == u"count") {
-            result = I4(static_cast<std::int32_t>(slides_.size()));
-            return S_OK;
-        }
-        if (name == u"item") return Default(args, result);
-        return DISP_E_UNKNOWNNAME;
-    }
-    HRESULT Default(const Args& args, Variant& result) override {
-        std::int32_t index = 0;
-        if (!args.Int(0, index)) return DISP_E_TYPEMISMATCH;
-        if (index < 1 || index > static_cast<std::int32_t>(slides_.size())) return E_INVALIDARG;
-        result = Obj(MakeSlide(host_, deck_, slides_[static_cast<std::size_t>(index - 1)]));
-        return S_OK;
-    }
-
-  private:
-    std::shared_ptr<PresentationModel> deck_;
-    std::vector<std::shared_ptr<SlideModel>> slides_;
 };
 
 class SlidesObject final : public SimObject {
@@ -614,12 +565,12 @@ class SelectionObject final : public SimObject {
             if (sel.type != SelectionType::Shapes && sel.type != SelectionType::Text) return E_FAIL;
             ShapeList shapes = sel.shapes;
             if (sel.type == SelectionType::Text && sel.textShape) shapes = {sel.textShape};
-            result = Obj(std::make_shared<ShapeRangeObject>(host_, deck, shapes));
+            result = Obj(MakeShapeRange(host_, deck, shapes));
         } else if (name == u"haschildshaperange") {
             result = Truth(!sel.childShapes.empty());
         } else if (name == u"childshaperange") {
             if (sel.childShapes.empty()) return E_FAIL;
-            result = Obj(std::make_shared<ShapeRangeObject>(host_, deck, sel.childShapes));
+            result = Obj(MakeShapeRange(host_, deck, sel.childShapes));
         } else if (name == u"textrange") {
             if (sel.type != SelectionType::Text || !sel.textShape) return E_FAIL;
             result = Obj(MakeTextRange(host_, deck, sel.textShape, sel.textStart - 1,
@@ -668,30 +619,6 @@ class WindowObject final : public SimObject {
     std::shared_ptr<WindowModel> window_;
 };
 
-class WindowsObject final : public SimObject {
-  public:
-    explicit WindowsObject(SimHost& host) : SimObject(host, u"DocumentWindows") {}
-
-  protected:
-    HRESULT Get(std::u16string_view name, const Args& args, Variant& result) override {
-        if (name == u"count") {
-            result = I4(static_cast<std::int32_t>(host_.App().windows.size()));
-            return S_OK;
-        }
-        if (name == u"item") return Default(args, result);
-        return DISP_E_UNKNOWNNAME;
-    }
-    HRESULT Default(const Args& args, Variant& result) override {
-        std::int32_t index = 0;
-        const auto& windows = host_.App().windows;
-        if (!args.Int(0, index)) return DISP_E_TYPEMISMATCH;
-        if (index < 1 || index > static_cast<std::int32_t>(windows.size())) return E_INVALIDARG;
-        result = Obj(
-            std::make_shared<WindowObject>(host_, windows[static_cast<std::size_t>(index - 1)]));
-        return S_OK;
-    }
-};
-
 class LanguageSettingsObject final : public SimObject {
   public:
     explicit LanguageSettingsObject(SimHost& host) : SimObject(host, u"LanguageSettings") {}
@@ -722,7 +649,11 @@ class ApplicationObject final : public SimObject {
         } else if (name == u"hwnd") {
             result = I4(static_cast<std::int32_t>(app.hwnd));
         } else if (name == u"windows") {
-            result = Obj(std::make_shared<WindowsObject>(host_));
+            result = Obj(std::make_shared<ListObject>(
+                host_, u"DocumentWindows", [&app] { return app.windows.size(); },
+                [h = &host_, &app](std::size_t i) {
+                    return HostRef(std::make_shared<WindowObject>(*h, app.windows[i]));
+                }));
         } else if (name == u"activewindow") {
             const std::int32_t active = app.activeWindow;
             if (active < 1 || active > static_cast<std::int32_t>(app.windows.size())) return E_FAIL;
@@ -749,7 +680,11 @@ HostRef MakeSlide(SimHost& host, std::shared_ptr<PresentationModel> deck,
 
 HostRef MakeSlideRange(SimHost& host, std::shared_ptr<PresentationModel> deck,
                        std::vector<std::shared_ptr<SlideModel>> slides) {
-    return std::make_shared<SlideRangeObject>(host, std::move(deck), std::move(slides));
+    auto list = std::make_shared<std::vector<std::shared_ptr<SlideModel>>>(std::move(slides));
+    return std::make_shared<ListObject>(
+        host, u"SlideRange", [list] { return list->size(); },
+        [h = &host, deck, list](std::size_t i) { return MakeSlide(*h, deck, (*list)[i]); },
+        HostInterface::SlideRange);
 }
 
 }  // namespace
