@@ -86,7 +86,7 @@ for fuzzer in build/asan/tests/fuzz/*_fuzz; do
   note "fuzz $name ($FUZZ_RUNS runs)"
   corpus="build/fuzz-corpus/$name"
   mkdir -p "$corpus"
-  seeds="tests/fuzz/seeds"
+  seeds="tests/fuzz/seeds/${name%_fuzz}"
   if timeout 900 "$fuzzer" -runs="$FUZZ_RUNS" -max_len=1024 -seed=1 "$corpus" "$seeds" \
        >"build/logs/$name.log" 2>&1; then
     tail -n 1 "build/logs/$name.log"
