@@ -88,6 +88,11 @@ bool MakeDirectory(const std::u16string& path);
 // writes all bytes, closes. Concurrent appends from many threads are safe.
 bool AppendToFile(const std::u16string& path, const void* data, std::size_t size);
 [[nodiscard]] bool ReadWholeFile(const std::u16string& path, std::string& bytes);
+// Creates (or truncates) a file nobody else may open meanwhile, writes all
+// bytes in pieces of at most 1 MiB, closes. A failure leaves no file behind.
+[[nodiscard]] bool WriteNewFile(const std::u16string& path, const void* data, std::size_t size);
+// The system's code for the last failure of this thread (GetLastError, errno).
+std::uint32_t LastErrorCode();
 bool RemoveFile(const std::u16string& path);
 // Renames, replacing an existing target.
 bool MoveFileReplacing(const std::u16string& from, const std::u16string& to);

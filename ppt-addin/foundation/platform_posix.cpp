@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -259,6 +260,31 @@ bool ReadWholeFile(const std::u16string& path, std::string& bytes) {
     }
     ::close(fd);
     return true;
+}
+
+bool WriteNewFile(const std::u16string& path, const void* data, std::size_t size) {
+    if (path.empty()) return false;
+    const std::string p = Native(path);
+    const int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return false;
+    const char* bytes = static_cast<const char*>(data);
+    bool ok = true;
+    for (std::size_t done = 0; ok && done < size;) {
+        const std::size_t piece = std::min<std::size_t>(size - done, 1u << 20);
+        ok = WriteAll(fd, bytes + done, piece);
+        done += piece;
+    }
+    if (::close(fd) != 0) ok = false;
+    if (!ok) {
+        const int saved = errno;
+        ::unlink(p.c_str());
+        errno = saved;
+    }
+    return ok;
+}
+
+std::uint32_t LastErrorCode() {
+    return static_cast<std::uint32_t>(errno);
 }
 
 bool RemoveFile(const std::u16string& path) {

@@ -2,6 +2,8 @@
 #include <shlobj.h>
 #include <windows.h>
 
+#include <algorithm>
+
 #include "foundation/handle_win.h"
 #include "foundation/platform.h"
 #include "foundation/wide_win.h"
@@ -187,6 +189,34 @@ bool ReadWholeFile(const std::u16string& path, std::string& bytes) {
         bytes.append(buffer, n);
     }
     return true;
+}
+
+bool WriteNewFile(const std::u16string& path, const void* data, std::size_t size) {
+    if (path.empty()) return false;
+    bool ok = true;
+    {
+        UniqueHandle file(::CreateFileW(AsWide(path), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!file.IsValid()) return false;
+        const char* bytes = static_cast<const char*>(data);
+        for (std::size_t done = 0; ok && done < size;) {
+            const DWORD piece = static_cast<DWORD>(std::min<std::size_t>(size - done, 1u << 20));
+            DWORD written = 0;
+            ok =
+                ::WriteFile(file.Get(), bytes + done, piece, &written, nullptr) && written == piece;
+            done += piece;
+        }
+    }
+    if (!ok) {
+        const DWORD saved = ::GetLastError();
+        ::DeleteFileW(AsWide(path));
+        ::SetLastError(saved);
+    }
+    return ok;
+}
+
+std::uint32_t LastErrorCode() {
+    return ::GetLastError();
 }
 
 bool RemoveFile(const std::u16string& path) {
