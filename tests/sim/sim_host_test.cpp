@@ -161,7 +161,7 @@ TEST(SimHost, WpsTextPutResetsColourAndSize) {
     EXPECT_EQ(f.rgb, 0);
     EXPECT_EQ(f.size, 18.0f);
     EXPECT_EQ(f.bold, -1);  // what the host doesn't reset stays
-    EXPECT_EQ(Text(host.Application(), u"Name"), u"WPS \u6f14\u793a");
+    EXPECT_EQ(Text(Root(host), u"Name"), u"WPS \u6f14\u793a");
 }
 
 TEST(SimHost, FontsReadMinusTwoWhenMixed) {
@@ -387,7 +387,7 @@ TEST(SimHost, CopyPasteDeleteAndFindBySlideId) {
 TEST(SimHost, ViewFollowsGotoSlideAndSelectionsAnswerTheirType) {
     SimHost host;
     auto deck = host.AddPresentation(TwoSlides());
-    const HostRef window = Object(host.Application(), u"ActiveWindow");
+    const HostRef window = Object(Root(host), u"ActiveWindow");
     const HostRef view = Object(window, u"View");
     EXPECT_EQ(Int(Object(view, u"Slide"), u"SlideIndex"), 1);
     Call(view, u"GotoSlide", {I4(2)});
@@ -557,7 +557,7 @@ TEST(SimHost, EveryCallMayPumpMessages) {
         Variant v;
         (void)host::DispGet(host.Application(), u"Name", &v);
     };
-    Text(host.Application(), u"Name");
+    Text(Root(host), u"Name");
     EXPECT_EQ(pumped, 1);
     EXPECT_EQ(host.Calls(u"Application", u"Name"), 2u);
 }

@@ -11,6 +11,13 @@
 #include "sim/host/sim_host.h"
 #include "slides/automation.h"
 
+#if defined(_WIN32)
+#include <wrl/client.h>
+
+#include "sim/dispatch/export_win.h"
+#include "slides/dispatch_win.h"
+#endif
+
 namespace qb::sim::test {
 
 using host::HostRef;
@@ -62,9 +69,23 @@ inline Variant Str(std::u16string v) {
     return Variant::String(std::move(v));
 }
 
+// The host's Application as the add-in meets it. Natively that is the
+// simulated object itself; in the Windows tests it is the same object
+// exported as a real IDispatch and wrapped by the adapter again, so that
+// every test here also runs the adapter and the export.
+inline HostRef Root(SimHost& host) {
+#if defined(_WIN32)
+    Microsoft::WRL::ComPtr<IDispatch> exported;
+    if (FAILED(ExportDispatch(host.Application(), exported.GetAddressOf()))) return nullptr;
+    return host::DispatchObject::Wrap(exported.Get(), ExportBridge());
+#else
+    return host.Application();
+#endif
+}
+
 // Application -> Windows(1) -> Presentation -> Slides.
 inline HostRef SlidesOf(SimHost& host) {
-    const HostRef window = Object(Object(host.Application(), u"Windows"), u"Item", {I4(1)});
+    const HostRef window = Object(Object(Root(host), u"Windows"), u"Item", {I4(1)});
     return Object(Object(window, u"Presentation"), u"Slides");
 }
 
