@@ -28,7 +28,9 @@ struct FaultRule {
     std::int32_t nth = 0;      // only the nth matching call (one-based); 0: every one
     bool missing = false;      // answer as a host that lacks the member
     HRESULT hr = E_FAIL;
-    bool crash = false;  // raise an access violation (for the fault guard tests)
+    // Raise an access violation, as a broken host does: only for tests of the
+    // Windows fault guard, which turns it into E_FAIL (natively it ends the process).
+    bool crash = false;
 };
 
 // How Slide.Duplicate behaves.

@@ -57,7 +57,6 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
     float run = 0;                // width so far, blanks included
     std::int32_t lastBreak = -1;  // index after which the line may break
     float widthAtBreak = 0;       // width of the line up to that break, trailing blanks out
-    float lineMaxSize = 0;
     const auto finish = [&](std::int32_t end, float width) {
         line.end = end;
         line.width = width;
@@ -72,7 +71,6 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
         run = 0;
         lastBreak = -1;
         widthAtBreak = 0;
-        lineMaxSize = 0;
     };
     float trimmed = 0;  // width without trailing blanks
     for (std::int32_t i = 0; i < n; ++i) {
@@ -83,7 +81,6 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
             continue;
         }
         const float advance = CharAdvance(c, SizeAt(frame, i));
-        lineMaxSize = std::max(lineMaxSize, SizeAt(frame, i));
         if (IsBlank(c)) {
             run += advance;
             lastBreak = i;
@@ -111,8 +108,8 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
         run += advance;
         trimmed = run;
     }
+    // The last line; a frame ending in a line end so has an empty one more.
     finish(n, trimmed);
-    // A frame ending in a line end has one more, empty line after it.
     return lines;
 }
 
