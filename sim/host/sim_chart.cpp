@@ -250,8 +250,8 @@ class RangeObject final : public SimObject {
         } else if (name == u"rows" || name == u"columns") {
             const std::int32_t n =
                 name == u"rows" ? ref_.row2 - ref_.row1 + 1 : ref_.column2 - ref_.column1 + 1;
-            result =
-                Obj(std::make_shared<CountLike>(host_, name == u"rows" ? u"Rows" : u"Columns", n));
+            result = Obj(
+                std::make_shared<CountObject>(host_, name == u"rows" ? u"Rows" : u"Columns", n));
         } else if (name == u"count") {
             result = I4((ref_.row2 - ref_.row1 + 1) * (ref_.column2 - ref_.column1 + 1));
         } else if (name == u"cells") {
@@ -298,22 +298,6 @@ class RangeObject final : public SimObject {
     }
 
   private:
-    class CountLike final : public SimObject {
-      public:
-        CountLike(SimHost& host, std::u16string type, std::int32_t n)
-            : SimObject(host, std::move(type)), n_(n) {}
-
-      protected:
-        HRESULT Get(std::u16string_view name, const Args&, Variant& result) override {
-            if (name != u"count") return DISP_E_UNKNOWNNAME;
-            result = I4(n_);
-            return S_OK;
-        }
-
-      private:
-        std::int32_t n_;
-    };
-
     std::shared_ptr<ChartModel> chart_;
     std::size_t sheet_;
     CellRef ref_;
@@ -583,37 +567,6 @@ class ChartDataObject final : public SimObject {
 
 // --- Chart objects --------------------------------------------------------
 
-class DataLabelsObject final : public SimObject {
-  public:
-    DataLabelsObject(SimHost& host, std::shared_ptr<ChartModel> chart, std::size_t series)
-        : SimObject(host, u"DataLabels"), chart_(std::move(chart)), series_(series) {}
-
-  protected:
-    HRESULT Get(std::u16string_view name, const Args& args, Variant& result) override {
-        auto& labels = chart_->series[series_].dataLabels;
-        if (name == u"count") {
-            result = I4(static_cast<std::int32_t>(labels.size()));
-            return S_OK;
-        }
-        if (name == u"item") return Default(args, result);
-        return DISP_E_UNKNOWNNAME;
-    }
-    HRESULT Default(const Args& args, Variant& result) override {
-        auto& labels = chart_->series[series_].dataLabels;
-        std::int32_t i = 0;
-        if (!args.Int(0, i)) return DISP_E_TYPEMISMATCH;
-        if (i < 1 || i > static_cast<std::int32_t>(labels.size())) return E_INVALIDARG;
-        DataLabelModel& data = labels[static_cast<std::size_t>(i - 1)];
-        auto label = std::shared_ptr<ChartLabelModel>(chart_, &data.label);
-        result = Obj(std::make_shared<LabelObject>(host_, u"DataLabel", label, &data));
-        return S_OK;
-    }
-
-  private:
-    std::shared_ptr<ChartModel> chart_;
-    std::size_t series_;
-};
-
 class SeriesObject final : public SimObject {
   public:
     SeriesObject(SimHost& host, std::shared_ptr<ChartModel> chart, std::size_t index)
@@ -639,7 +592,16 @@ class SeriesObject final : public SimObject {
             result = Truth(s.hasDataLabels);
         } else if (name == u"datalabels") {
             if (!s.hasDataLabels) return E_FAIL;
-            result = Obj(std::make_shared<DataLabelsObject>(host_, chart_, index_));
+            auto chart = chart_;
+            const std::size_t series = index_;
+            result = Obj(std::make_shared<ListObject>(
+                host_, u"DataLabels",
+                [chart, series] { return chart->series[series].dataLabels.size(); },
+                [h = &host_, chart, series](std::size_t i) {
+                    DataLabelModel& data = chart->series[series].dataLabels[i];
+                    auto label = std::shared_ptr<ChartLabelModel>(chart, &data.label);
+                    return HostRef(std::make_shared<LabelObject>(*h, u"DataLabel", label, &data));
+                }));
         } else {
             return DISP_E_UNKNOWNNAME;
         }

@@ -101,6 +101,23 @@ class ListObject final : public SimObject {
     std::optional<host::HostInterface> answers_;
 };
 
+// An object with a Count alone (a table's Rows and Columns, a range's).
+class CountObject final : public SimObject {
+  public:
+    CountObject(SimHost& host, std::u16string type, std::int32_t count)
+        : SimObject(host, std::move(type)), count_(count) {}
+
+  protected:
+    HRESULT Get(std::u16string_view name, const Args&, Variant& result) override {
+        if (name != u"count") return DISP_E_UNKNOWNNAME;
+        result = Variant::I4(count_);
+        return S_OK;
+    }
+
+  private:
+    std::int32_t count_;
+};
+
 // Numbers as the host returns them.
 inline Variant R4(float v) {
     return Variant::R4(v);

@@ -129,22 +129,6 @@ class ShapesObject final : public SimObject {
 
 class TableObject;
 
-class CountObject final : public SimObject {
-  public:
-    CountObject(SimHost& host, std::u16string type, std::int32_t count)
-        : SimObject(host, std::move(type)), count_(count) {}
-
-  protected:
-    HRESULT Get(std::u16string_view name, const Args&, Variant& result) override {
-        if (name != u"count") return DISP_E_UNKNOWNNAME;
-        result = I4(count_);
-        return S_OK;
-    }
-
-  private:
-    std::int32_t count_;
-};
-
 class CellObject final : public SimObject {
   public:
     CellObject(SimHost& host, std::shared_ptr<PresentationModel> deck,
