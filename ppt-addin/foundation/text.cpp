@@ -50,7 +50,19 @@ std::size_t DecodeOne(std::string_view s, std::size_t pos, char32_t& value, bool
     return i;
 }
 
-void AppendScalar(std::u16string& out, char32_t value) {
+}  // namespace
+
+std::size_t DecodeUtf8At(std::string_view utf8, std::size_t pos, char32_t& value) {
+    if (pos >= utf8.size()) return 0;
+    char32_t decoded = 0;
+    bool ok = false;
+    const std::size_t n = DecodeOne(utf8, pos, decoded, ok);
+    if (!ok) return 0;
+    value = decoded;
+    return n;
+}
+
+void AppendUtf16(std::u16string& out, char32_t value) {
     if (value < 0x10000) {
         out.push_back(static_cast<char16_t>(value));
     } else {
@@ -60,8 +72,6 @@ void AppendScalar(std::u16string& out, char32_t value) {
     }
 }
 
-}  // namespace
-
 std::u16string Utf8ToUtf16(std::string_view utf8) {
     std::u16string out;
     out.reserve(utf8.size());
@@ -69,7 +79,7 @@ std::u16string Utf8ToUtf16(std::string_view utf8) {
         char32_t value = 0;
         bool ok = false;
         pos += DecodeOne(utf8, pos, value, ok);
-        AppendScalar(out, ok ? value : kReplacementChar);
+        AppendUtf16(out, ok ? value : kReplacementChar);
     }
     return out;
 }
@@ -85,7 +95,7 @@ bool TryUtf8ToUtf16(std::string_view utf8, std::u16string& out) {
             out.clear();
             return false;
         }
-        AppendScalar(out, value);
+        AppendUtf16(out, value);
     }
     return true;
 }

@@ -18,6 +18,13 @@ std::u16string Utf8ToUtf16(std::string_view utf8);
 // where unreadable text must read as nothing rather than as damaged text.
 bool TryUtf8ToUtf16(std::string_view utf8, std::u16string& out);
 
+// The length of the well-formed UTF-8 sequence at `pos`, with its scalar
+// value in `value`; 0, and `value` left alone, when the bytes there are
+// ill-formed. The one set of rules every UTF-8 reader here uses.
+std::size_t DecodeUtf8At(std::string_view utf8, std::size_t pos, char32_t& value);
+// One scalar value as one or two UTF-16 units.
+void AppendUtf16(std::u16string& out, char32_t value);
+
 // A lone surrogate becomes U+FFFD; pairs become one four-byte sequence.
 std::string Utf16ToUtf8(std::u16string_view text);
 

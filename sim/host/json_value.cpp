@@ -3,6 +3,8 @@
 // write the same digits.
 #include "sim/host/json_value.h"
 
+#include "foundation/text.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -177,53 +179,6 @@ bool IsContinuation(unsigned char b) {
     return (b & 0xC0) == 0x80;
 }
 
-// The length of a well-formed UTF-8 sequence at `pos`, or 0.
-std::size_t Utf8Length(std::string_view s, std::size_t pos) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
-    const unsigned char lead = byte(pos);
-    if (lead < 0x80) return 1;
-    std::size_t need;
-    unsigned char lo = 0x80, hi = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        need = 1;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        need = 2;
-        if (lead == 0xE0) lo = 0xA0;  // overlong
-        if (lead == 0xED) hi = 0x9F;  // surrogates
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        need = 3;
-        if (lead == 0xF0) lo = 0x90;  // overlong
-        if (lead == 0xF4) hi = 0x8F;  // above U+10FFFF
-    } else {
-        return 0;
-    }
-    if (s.size() - pos <= need) return 0;
-    for (std::size_t i = 1; i <= need; ++i) {
-        const unsigned char b = byte(pos + i);
-        if (b < (i == 1 ? lo : 0x80) || b > (i == 1 ? hi : 0xBF)) return 0;
-    }
-    return need + 1;
-}
-
-char32_t DecodeUtf8(std::string_view s, std::size_t pos, std::size_t length) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
-    if (length == 1) return byte(pos);
-    char32_t value = byte(pos) & (length == 2 ? 0x1F : length == 3 ? 0x0F : 0x07);
-    for (std::size_t i = 1; i < length; ++i)
-        value = (value << 6) | (byte(pos + i) & 0x3F);
-    return value;
-}
-
-void AppendUtf16(std::u16string& out, char32_t value) {
-    if (value < 0x10000) {
-        out.push_back(static_cast<char16_t>(value));
-    } else {
-        value -= 0x10000;
-        out.push_back(static_cast<char16_t>(0xD800 + (value >> 10)));
-        out.push_back(static_cast<char16_t>(0xDC00 + (value & 0x3FF)));
-    }
-}
-
 std::string Hex4(unsigned value) {
     static const char digits[] = "0123456789ABCDEF";
     std::string s = "U+";
@@ -291,7 +246,8 @@ class JsonParser {
                 ++i;
                 continue;
             }
-            const std::size_t n = Utf8Length(text_, i);
+            char32_t value = 0;
+            const std::size_t n = DecodeUtf8At(text_, i, value);
             if (n == 0) {
                 AdvanceTo(i);
                 return Fail("invalid UTF-8");
@@ -306,8 +262,9 @@ class JsonParser {
         if (pos_ >= text_.size()) return "end of input";
         const auto b = static_cast<unsigned char>(text_[pos_]);
         if (b >= 0x21 && b < 0x7F) return std::string("'") + static_cast<char>(b) + "'";
-        const std::size_t n = Utf8Length(text_, pos_);
-        return "character " + Hex4(static_cast<unsigned>(DecodeUtf8(text_, pos_, n ? n : 1)));
+        char32_t value = b;  // an ill-formed byte is shown as it is
+        DecodeUtf8At(text_, pos_, value);
+        return "character " + Hex4(static_cast<unsigned>(value));
     }
 
     void SkipSpace() {
@@ -468,8 +425,9 @@ class JsonParser {
                 return Fail("control character " + Hex4(b) + " in a string; write it as an escape");
             }
             if (b != '\\') {
-                const std::size_t n = Utf8Length(text_, pos_);  // valid: checked up front
-                AppendUtf16(out, DecodeUtf8(text_, pos_, n));
+                char32_t value = 0;
+                const std::size_t n = DecodeUtf8At(text_, pos_, value);  // valid: checked up front
+                AppendUtf16(out, value);
                 Advance(n);
                 continue;
             }
