@@ -3,6 +3,7 @@
 #include "foundation/text.h"
 
 #include <cstdint>
+#include <string>
 
 namespace qb {
 namespace {
@@ -136,6 +137,10 @@ std::u16string AsciiToUtf16(std::string_view ascii) {
     for (char c : ascii)
         out.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
     return out;
+}
+
+std::u16string DecimalText(long long value) {
+    return AsciiToUtf16(std::to_string(value));
 }
 
 }  // namespace qb

@@ -30,6 +30,8 @@ std::string Utf16ToUtf8(std::u16string_view text);
 
 // For text known to be ASCII (formatted numbers, fixed log words).
 std::u16string AsciiToUtf16(std::string_view ascii);
+// A signed integer in decimal, for log lines and keys.
+std::u16string DecimalText(long long value);
 
 inline bool IsHighSurrogate(char16_t unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;

@@ -14,7 +14,7 @@ namespace qb {
 namespace {
 
 std::u16string Num(long long value) {
-    return AsciiToUtf16(std::to_string(value));
+    return DecimalText(value);
 }
 
 std::uint64_t Now() {

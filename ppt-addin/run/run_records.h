@@ -61,7 +61,7 @@ struct TextUnit {
 // Formatting forced on the translation (font, size, colour, bold).
 struct TargetStyle {
     std::u16string font;
-    float size = 0.0f;
+    double size = 0.0;  // points; 0 means none
     std::int32_t color = -1;
     std::int32_t bold = -1;
 };
@@ -116,6 +116,8 @@ struct RunLists {
     std::vector<SlideSpan> spans;
     std::vector<std::int32_t> slideIndexes;  // one a span
     std::int32_t firstSlide = 1;
+    // Set for a unit that a pass after the slide writes has already written.
+    std::vector<bool> writtenUnits;
     std::vector<std::u16string> skippedLabels;
     std::int32_t skippedSmartArt = 0;
 };

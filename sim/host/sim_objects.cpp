@@ -214,7 +214,9 @@ class ShapeObject final : public SimObject {
         } else if (name == u"height") {
             result = R4(s.height);
         } else if (name == u"groupitems") {
-            if (s.type != ShapeType::Group) return E_FAIL;  // the host refuses it on a non-group
+            // The host refuses it on a shape without items; a group whose
+            // type reads mixed still has them.
+            if (s.type != ShapeType::Group && s.children.empty()) return E_FAIL;
             auto list = std::shared_ptr<ShapeList>(shape_, &shape_->children);
             result = Obj(MakeShapes(host_, deck_, list, shape_.get()));
         } else if (name == u"hastable") {

@@ -15,6 +15,7 @@
 #include "sim/host/deck_builder.h"
 #include "sim/host/sim_host.h"
 #include "support/manual_clock.h"
+#include "support/trace_lines.h"
 
 namespace qb {
 namespace {
@@ -461,25 +462,7 @@ TEST_F(PptCtrlTest, APausedRunHoldsItsSlideBackAndGoesOnWhenResumed) {
     EXPECT_EQ(heard_.events.back(), "complete 2");
 }
 
-// Trace lines, for the texts a run leaves in the log.
-class TraceLines {
-  public:
-    TraceLines() { platform::SetDebugListener(&TraceLines::Take, this); }
-    ~TraceLines() { platform::SetDebugListener(nullptr, nullptr); }
-    bool Has(std::u16string_view line) {
-        std::lock_guard<std::mutex> hold(lock_);
-        return text_.find(line) != std::u16string::npos;
-    }
-
-  private:
-    static void Take(void* self, std::u16string_view piece) {
-        auto* lines = static_cast<TraceLines*>(self);
-        std::lock_guard<std::mutex> hold(lines->lock_);
-        lines->text_ += piece;
-    }
-    std::mutex lock_;
-    std::u16string text_;
-};
+using test::TraceLines;
 
 TEST_F(PptCtrlTest, ATickRunInsideAWriteByAPumpingHostCallDoesNothing) {
     FakeSteps steps({1, 1, 1});
