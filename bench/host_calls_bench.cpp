@@ -1,0 +1,147 @@
+// Host calls of the slide engine on a 50-slide deck, counted by the
+// simulated host: per paragraph for collection and for writeback, and per
+// shape for the fit, each beside the least the algorithms can make. Host
+// calls are what a run costs on the host's thread, where every call is a
+// cross-apartment round trip on a real host; the counts are exact and
+// repeatable, so this prints one table instead of timing anything.
+#include <cstdio>
+#include <string>
+
+#include "foundation/text.h"
+#include "run/run_steps.h"
+#include "sim/host/deck_builder.h"
+#include "sim/host/sim_host.h"
+#include "slides/automation.h"
+#include "slides/collect.h"
+#include "slides/writeback.h"
+
+namespace {
+
+using namespace qb;
+
+constexpr int kSlides = 50;
+
+std::shared_ptr<sim::PresentationModel> BusinessDeck() {
+    sim::DeckBuilder b;
+    for (int i = 1; i <= kSlides; ++i) {
+        const std::u16string n = DecimalText(i);
+        b.Slide().Placeholder(u"Title", u"Section " + n + u": results and outlook");
+        b.Placeholder(u"Body",
+                      u"Revenue grew in every region\rCosts held steady\rMargins improved "
+                      u"slightly\rThe outlook stays positive",
+                      sim::Box{50, 120, 860, 300});
+        b.Table(u"Table", 3, 2, {u"Region", u"Share", u"North", u"40%", u"South", u"60%"},
+                sim::Box{50, 430, 400, 90});
+        b.BeginGroup(u"Group").Text(u"Callout", u"Best quarter so far");
+        b.Text(u"Source", u"Source: finance team").EndGroup();
+        b.Notes(u"Speak about slide " + n + u" for two minutes");
+    }
+    return b.Build();
+}
+
+struct Counted {
+    std::uint64_t calls = 0;
+    std::size_t units = 0;
+};
+
+RunContext Context(sim::SimHost& host, RunOptions& options) {
+    RunContext run;
+    run.application = host.Application();
+    (void)host::GetItem(
+        [&] {
+            host::HostRef windows;
+            (void)host::GetObject(run.application, u"Windows", windows);
+            return windows;
+        }(),
+        1, run.window);
+    (void)host::GetObject(run.window, u"Presentation", run.presentation);
+    run.options = &options;
+    return run;
+}
+
+// Writes every slide; with `fit` false the run has a forced size, which
+// switches the fit (and its geometry snapshot) off.
+std::uint64_t WriteAll(bool fit, std::size_t& frameShapes) {
+    sim::SimHost host;
+    host.AddPresentation(BusinessDeck());
+    RunOptions options;
+    options.targetFont = u"Times New Roman";
+    options.hasTargetSize = !fit;
+    const RunContext run = Context(host, options);
+    RunLists lists;
+    std::u16string message;
+    (void)CollectDeck(run, true, lists, message);
+    lists.translations.clear();
+    for (const auto& text : lists.texts)
+        lists.translations.push_back(u"DE " + text + u" in einer l\u00e4ngeren Fassung");
+    frameShapes = 0;
+    for (std::size_t i = 0; i < lists.addresses.size(); ++i) {
+        const UnitAddress& a = lists.addresses[i];
+        const bool newShape = i == 0 || a.shapePath != lists.addresses[i - 1].shapePath ||
+                              a.kind != lists.addresses[i - 1].kind ||
+                              a.slideIndex != lists.addresses[i - 1].slideIndex;
+        if (newShape && a.kind == UnitKind::Frame) ++frameShapes;
+    }
+    host.ResetCounts();
+    for (std::int32_t slide = 1; slide <= kSlides; ++slide) {
+        ApplySlideArgs args;
+        args.presentation = run.presentation;
+        args.lists = &lists;
+        args.options = &options;
+        args.slideIndex = slide;
+        args.targetSlide = slide;
+        std::int32_t applied = 0;
+        std::u16string error;
+        ApplySlide(args, applied, error);
+    }
+    return host.TotalCalls();
+}
+
+}  // namespace
+
+int main() {
+    sim::SimHost host;
+    host.AddPresentation(BusinessDeck());
+    RunOptions options;
+    const RunContext run = Context(host, options);
+    RunLists lists;
+    std::u16string message;
+    host.ResetCounts();
+    (void)CollectDeck(run, true, lists, message);
+    const std::uint64_t collectCalls = host.TotalCalls();
+    const double units = static_cast<double>(lists.units.size());
+
+    std::size_t frameShapes = 0;
+    const std::uint64_t writeCalls = WriteAll(false, frameShapes);
+    const std::uint64_t writeAndFitCalls = WriteAll(true, frameShapes);
+
+    // The least each algorithm can make, member by member:
+    // collection: per frame Item, Type, HasTable, HasTextFrame, TextFrame,
+    //   HasText, TextRange, Paragraphs, Count, Type and Name for the log;
+    //   per paragraph Paragraphs(i, 1) and Text.
+    // writeback: per paragraph TextFrame, TextRange, Paragraphs(i, 1),
+    //   Length, Text, Characters, then the font snapshot (Font, Color, Type,
+    //   RGB, SchemeColor, TintAndShade, Size, Bold, Italic), the put, the
+    //   restore reads (Font, Color, Type, RGB, Size, Bold, Italic) and the
+    //   target font (Font, Name, NameFarEast, NameAscii).
+    // fit: AutoSize read and put, TextFrame2 and its AutoSize read and put,
+    //   four box reads, Width, Height, two margins, WordWrap read, two
+    //   WordWrap puts with three bound reads each, a last WordWrap put.
+    const double collectPerParagraph = static_cast<double>(collectCalls) / units;
+    const double writePerParagraph = static_cast<double>(writeCalls) / units;
+    const double fitPerShape =
+        static_cast<double>(writeAndFitCalls - writeCalls) / static_cast<double>(frameShapes);
+    std::printf("Host calls of the slide engine, %d slides, %zu units, %zu frame shapes\n", kSlides,
+                lists.units.size(), frameShapes);
+    std::printf("%-34s %10s %14s\n", "", "measured", "least");
+    std::printf("%-34s %10.1f %14s\n", "collection, per paragraph", collectPerParagraph,
+                "2 + 11/frame");
+    std::printf("%-34s %10.1f %14s\n", "writeback, per paragraph", writePerParagraph,
+                "27 + locate");
+    std::printf("%-34s %10.1f %14s\n", "fit, per written shape", fitPerShape, "22 + shrink");
+    std::printf("%-34s %10llu\n", "collection, total",
+                static_cast<unsigned long long>(collectCalls));
+    std::printf("%-34s %10llu\n", "writeback and fit, total",
+                static_cast<unsigned long long>(writeAndFitCalls));
+    return 0;
+}
