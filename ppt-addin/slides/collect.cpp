@@ -103,14 +103,27 @@ void SlideCollector::WalkShapes(const HostRef& shapes, std::int32_t slideIndex,
         }
 
         CheckPath(child, parentPath, index, true);
-        std::int32_t hasTable = 0;
-        if (SUCCEEDED(host::GetInt32(shape, u"HasTable", hasTable)) && hasTable == -1) {
-            CollectTable(shape, slideIndex, child, context);
-        } else if (offer_ && offer_(shape, slideIndex, child, context, lists_)) {
-            continue;
-        } else {
-            CollectFrame(shape, slideIndex, child, context);
-        }
+        CollectLeaf(shape, slideIndex, child, context);
+    }
+}
+
+void SlideCollector::CollectLeaf(const HostRef& shape, std::int32_t slideIndex,
+                                 const ShapePath& path, const UnitAddress& context) {
+    std::int32_t hasTable = 0;
+    if (SUCCEEDED(host::GetInt32(shape, u"HasTable", hasTable)) && hasTable == -1) {
+        CollectTable(shape, slideIndex, path, context);
+    } else if (!offer_ || !offer_(shape, slideIndex, path, context, lists_)) {
+        CollectFrame(shape, slideIndex, path, context);
+    }
+}
+
+void SlideCollector::CollectShape(const HostRef& shape, std::int32_t slideIndex,
+                                  const ShapePath& path, const UnitAddress& context) {
+    HostRef group;
+    if (GetGroupItems(shape, group)) {
+        WalkGroupItems(group, slideIndex, path, context);
+    } else {
+        CollectLeaf(shape, slideIndex, path, context);
     }
 }
 
@@ -261,8 +274,7 @@ HRESULT CurrentSlide(const HostRef& window, HostRef& outSlide) {
     return S_OK;
 }
 
-HRESULT CollectDeck(const RunContext& run, bool fullDeck, RunLists& lists,
-                    std::u16string& outMessage, const ShapeOffer& offer) {
+HRESULT OpenRunSlides(const RunContext& run, HostRef& slides, std::u16string& outMessage) {
     if (!run.application || !run.application->Answers(host::HostInterface::Application)) {
         outMessage = u"\u65e0\u6cd5\u83b7\u53d6 Application \u63a5\u53e3";
         return E_FAIL;
@@ -279,7 +291,14 @@ HRESULT CollectDeck(const RunContext& run, bool fullDeck, RunLists& lists,
         outMessage = u"\u65e0\u6cd5\u8bbf\u95ee Slides";
         return FAILED(hr) ? hr : E_FAIL;
     }
-    const HostRef slides = slidesValue.ObjectValue();
+    slides = slidesValue.ObjectValue();
+    return S_OK;
+}
+
+HRESULT CollectDeck(const RunContext& run, bool fullDeck, RunLists& lists,
+                    std::u16string& outMessage, const ShapeOffer& offer) {
+    HostRef slides;
+    RETURN_IF_FAILED(OpenRunSlides(run, slides, outMessage));
     std::int32_t count = 0;
     if (FAILED(host::GetInt32(slides, u"Count", count))) count = 0;
     std::int32_t first = 1, last = count;

@@ -46,13 +46,26 @@ class SlideCollector {
                       const ShapePath& path, const UnitAddress& context);
     void CollectFrame(const host::HostRef& shape, std::int32_t slideIndex, const ShapePath& path,
                       const UnitAddress& context);
+    // One shape reached directly rather than by a walk: a group takes all
+    // its items, a table all its cells, any other shape its whole text.
+    void CollectShape(const host::HostRef& shape, std::int32_t slideIndex, const ShapePath& path,
+                      const UnitAddress& context);
+
+    // Adds one unit with its text and address, the three lists in step.
+    void AddUnit(TextUnit unit, UnitAddress address);
 
   private:
-    void AddUnit(TextUnit unit, UnitAddress address);
+    void CollectLeaf(const host::HostRef& shape, std::int32_t slideIndex, const ShapePath& path,
+                     const UnitAddress& context);
 
     RunLists& lists_;
     ShapeOffer offer_;
 };
+
+// The checks every collection starts with: the host's application, the
+// run's presentation and its Slides.
+[[nodiscard]] HRESULT OpenRunSlides(const RunContext& run, host::HostRef& slides,
+                                    std::u16string& outMessage);
 
 // The run's document window's current slide: View, View.Slide, a Slide.
 [[nodiscard]] HRESULT CurrentSlide(const host::HostRef& window, host::HostRef& outSlide);

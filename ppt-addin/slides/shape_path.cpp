@@ -111,6 +111,13 @@ std::vector<std::int32_t> ShapePath::ToVector() const {
     return std::vector<std::int32_t>(index.begin(), index.begin() + n);
 }
 
+ShapePath ShapePath::FromVector(const std::vector<std::int32_t>& path) {
+    ShapePath out;
+    for (std::int32_t index : path)
+        out = out.Child(index);
+    return out;
+}
+
 std::u16string ShapeKey(const ShapePath& path) {
     return ShapeKey(path.ToVector());
 }

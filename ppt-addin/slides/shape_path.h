@@ -23,6 +23,8 @@ struct ShapePath {
     // A copy with `child` appended; at the limit the copy keeps its depth.
     ShapePath Child(std::int32_t child) const;
     std::vector<std::int32_t> ToVector() const;
+    // At most the first 32 entries.
+    static ShapePath FromVector(const std::vector<std::int32_t>& path);
 };
 
 // "shapes[3][2]"; "shapes" for an empty path. At most the first 32 entries.

@@ -167,7 +167,9 @@ class GroupWriter {
         } else if (address.kind == UnitKind::SelectedCharacters) {
             ok = ApplyRangeUnit(shape, address, lists_.translations[i], font);
         } else {
-            ok = ApplyFrameUnit(shape, address, lists_.texts[i], lists_.translations[i], font);
+            const bool onCopy = args_.options->bilingualSlides;
+            ok = ApplyFrameUnit(shape, address, onCopy ? nullptr : &lists_.texts[i],
+                                lists_.translations[i], font);
         }
         if (!ok) {
             ReportUnitFailure(error_, lists_.units[i].unitId);
@@ -314,7 +316,7 @@ bool WriteRangeText(const HostRef& range, const std::u16string& text) {
     return SUCCEEDED(host::DispPut(range, u"Text", Variant::String(text)));
 }
 
-bool ApplyFrameUnit(const HostRef& shape, const UnitAddress& address, const std::u16string& source,
+bool ApplyFrameUnit(const HostRef& shape, const UnitAddress& address, const std::u16string* source,
                     const std::u16string& translation, const std::u16string& targetFont) {
     HostRef frame, textRange;
     if (FAILED(host::GetObject(shape, u"TextFrame", frame)) ||
@@ -328,8 +330,11 @@ bool ApplyFrameUnit(const HostRef& shape, const UnitAddress& address, const std:
     HostRef range;
     if (address.wholeFrame) {
         std::u16string text;
-        if (FAILED(host::GetString(textRange, u"Text", text)) || WithoutLineEnds(text) != source ||
-            !WriteRangeText(textRange, t)) {
+        if (source && (FAILED(host::GetString(textRange, u"Text", text)) ||
+                       WithoutLineEnds(text) != *source)) {
+            return false;
+        }
+        if (!WriteRangeText(textRange, t)) {
             return false;
         }
         range = textRange;
@@ -344,7 +349,7 @@ bool ApplyFrameUnit(const HostRef& shape, const UnitAddress& address, const std:
             FAILED(host::GetString(paragraph, u"Text", text))) {
             return false;
         }
-        if (WithoutTrailingLineEnds(text) != source) return false;
+        if (source && WithoutTrailingLineEnds(text) != *source) return false;
         // The end mark stays out of the range, so no paragraph is lost or added.
         std::int32_t count = n;
         if (!text.empty() && text.back() == u'\r' && static_cast<std::int32_t>(text.size()) == n &&

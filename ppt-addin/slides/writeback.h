@@ -39,12 +39,14 @@ void CaptureFont(const host::HostRef& range, FontSnapshot& snapshot);
 // Puts back each saved value that the host has moved; mixed values stay.
 void RestoreFont(const host::HostRef& range, const FontSnapshot& snapshot);
 bool WriteRangeText(const host::HostRef& range, const std::u16string& text);
-// Units of a shape's, a cell's or a notes shape's frame. The paragraph (or
-// the frame) must still hold `source`, the text collected for the unit: a
-// position that now holds other text (a shape deleted or moved, a paragraph
-// edited during the run) is not overwritten, and the unit fails.
+// Units of a shape's, a cell's or a notes shape's frame. Unless `source` is
+// null, the paragraph (or the frame) must still hold it, the text collected
+// for the unit: a position that now holds other text (a shape deleted or
+// moved, a paragraph edited during the run) is not overwritten, and the
+// unit fails. A bilingual copy from an earlier run holds that run's
+// translation and is written without the check.
 bool ApplyFrameUnit(const host::HostRef& shape, const UnitAddress& address,
-                    const std::u16string& source, const std::u16string& translation,
+                    const std::u16string* source, const std::u16string& translation,
                     const std::u16string& targetFont);
 // Selected characters of a frame.
 bool ApplyRangeUnit(const host::HostRef& shape, const UnitAddress& address,
