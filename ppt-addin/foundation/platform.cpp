@@ -87,6 +87,19 @@ void SetUserActivityForTesting(UserActivityProbe probe) {
     g_userActivity.store(probe, std::memory_order_release);
 }
 
+namespace {
+std::atomic<std::int32_t> g_uiLanguageOverride{-1};
+}  // namespace
+
+std::uint16_t UserDefaultUiLanguage() {
+    const std::int32_t id = g_uiLanguageOverride.load(std::memory_order_acquire);
+    return id >= 0 ? static_cast<std::uint16_t>(id) : native::UserDefaultUiLanguage();
+}
+
+void SetUserDefaultUiLanguageForTesting(std::int32_t languageId) {
+    g_uiLanguageOverride.store(languageId, std::memory_order_release);
+}
+
 std::u16string JoinPath(std::u16string_view directory, std::u16string_view name) {
     std::u16string path(directory);
     if (!path.empty() && path.back() != u'\\' && path.back() != u'/') path += kPathSeparator;

@@ -114,11 +114,19 @@ using UserActivityProbe = bool (*)();
 // Replaces the platform's answer for the process; null restores it.
 void SetUserActivityForTesting(UserActivityProbe probe);
 
+// The language of the system's user interface as a Windows language id
+// (primary language in the low 10 bits, sublanguage above). Linux reads the
+// locale variables LC_ALL, LC_MESSAGES and LANG; 0 when it can't tell.
+std::uint16_t UserDefaultUiLanguage();
+// Replaces the platform's answer for the process; a negative id restores it.
+void SetUserDefaultUiLanguageForTesting(std::int32_t languageId);
+
 // What each side provides; the portable layer above adds the overrides.
 namespace native {
 std::u16string GetKnownFolder(KnownFolder folder);
 void DebugOutput(std::u16string_view text);
 bool IsUserActive();
+std::uint16_t UserDefaultUiLanguage();
 }  // namespace native
 
 }  // namespace qb::platform

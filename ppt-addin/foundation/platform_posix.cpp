@@ -182,6 +182,54 @@ bool native::IsUserActive() {
     return false;
 }
 
+namespace {
+
+// A locale name ("de_DE.UTF-8", "zh_TW", "pt_BR@euro") as a Windows language
+// id: the language's primary id with its default sublanguage, and the
+// Chinese regions told apart, since they decide the script.
+std::uint16_t LanguageIdOfLocale(std::string_view locale) {
+    if (locale.empty() || locale == "C" || locale == "POSIX" || locale.rfind("C.", 0) == 0) {
+        return 0x0409;  // the untranslated locale is US English
+    }
+    const std::size_t languageEnd = locale.find_first_of("_.@");
+    const std::string_view language = locale.substr(0, languageEnd);
+    std::string_view region;
+    if (languageEnd != std::string_view::npos && locale[languageEnd] == '_') {
+        region = locale.substr(languageEnd + 1);
+        region = region.substr(0, region.find_first_of(".@"));
+    }
+    if (language == "zh") {
+        if (region == "TW") return 0x0404;
+        if (region == "HK") return 0x0C04;
+        if (region == "SG") return 0x1004;
+        if (region == "MO") return 0x1404;
+        return 0x0804;
+    }
+    static constexpr struct {
+        const char* code;
+        std::uint16_t primary;
+    } kPrimary[] = {
+        {"ar", 0x01}, {"de", 0x07}, {"en", 0x09}, {"es", 0x0A}, {"fr", 0x0C}, {"it", 0x10},
+        {"ja", 0x11}, {"ko", 0x12}, {"nl", 0x13}, {"pl", 0x15}, {"pt", 0x16}, {"ru", 0x19},
+        {"th", 0x1E}, {"tr", 0x1F}, {"id", 0x21}, {"vi", 0x2A}, {"ms", 0x3E},
+    };
+    for (const auto& entry : kPrimary) {
+        if (language == entry.code) return static_cast<std::uint16_t>(0x0400 | entry.primary);
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::uint16_t native::UserDefaultUiLanguage() {
+    // The order in which POSIX decides the language of messages.
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (value && value[0] != '\0') return LanguageIdOfLocale(value);
+    }
+    return LanguageIdOfLocale("C");
+}
+
 // Linux has no debugger output stream; a listener (tests, the front end's
 // verbose mode) is where these lines go.
 void native::DebugOutput(std::u16string_view) {}

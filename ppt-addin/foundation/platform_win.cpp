@@ -109,6 +109,10 @@ bool native::IsUserActive() {
     return (LOWORD(::GetQueueStatus(QS_INPUT)) & (QS_MOUSEMOVE | QS_MOUSEBUTTON)) != 0;
 }
 
+std::uint16_t native::UserDefaultUiLanguage() {
+    return ::GetUserDefaultUILanguage();
+}
+
 void native::DebugOutput(std::u16string_view text) {
     const std::u16string terminated(text);
     ::OutputDebugStringW(AsWide(terminated));

@@ -84,6 +84,9 @@ class SimHost {
     DuplicateMode duplicateMode = DuplicateMode::Normal;
     std::int32_t duplicateSlideCount = 2;
     PasteMode pasteMode = PasteMode::Normal;
+    // The type LanguageSettings.LanguageID answers in: I4 as the hosts do; I2,
+    // R8 or String for a host that types the language id otherwise.
+    host::VarType languageIdType = host::VarType::I4;
     // Runs before every host call, as a host that pumps messages in a call.
     std::function<void()> pump;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "foundation/char_class.h"
+#include "foundation/text.h"
 #include "sim/host/sim_object.h"
 
 namespace qb::sim::detail {
@@ -614,7 +615,21 @@ class LanguageSettingsObject final : public SimObject {
         if (name != u"languageid") return DISP_E_UNKNOWNNAME;
         std::int32_t which = 0;
         if (!args.Int(0, which)) return DISP_E_TYPEMISMATCH;
-        result = I4(which == 2 ? host_.App().uiLanguageId : 0x0409);
+        const std::int32_t id = which == 2 ? host_.App().uiLanguageId : 0x0409;
+        switch (host_.languageIdType) {
+            case host::VarType::I2:
+                result = Variant::I2(static_cast<std::int16_t>(id));
+                break;
+            case host::VarType::R8:
+                result = Variant::R8(id);
+                break;
+            case host::VarType::String:
+                result = Variant::String(AsciiToUtf16(std::to_string(id)));
+                break;
+            default:
+                result = I4(id);
+                break;
+        }
         return S_OK;
     }
 };
