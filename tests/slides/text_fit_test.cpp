@@ -343,6 +343,25 @@ TEST(TextFit, AFittingTextLeavesTheShapeAsTheHostHadIt) {
     }
 }
 
+TEST(TextFit, TextTooWideForOneLineThatFitsWrappedGetsWrapOn) {
+    // Four lines of 21.6 in a box 100 high: wrapping is all it takes.
+    DeckBuilder b;
+    b.Slide().Text(u"Body", kLongGerman, Box{60, 100, 300, 100});
+    Scene s(b);
+    ASSERT_EQ(st::Put(s.Frame(), u"WordWrap", st::I4(0)), S_OK);
+    ASSERT_EQ(st::Put(st::Object(s.Shape(), u"TextFrame2"), u"AutoSize", st::I4(2)), S_OK);
+    const std::vector<float> sizes = s.Sizes();
+
+    FitShape(s.Shape(), nullptr, 960);
+
+    EXPECT_TRUE(s.Model().frame.wordWrap);
+    EXPECT_EQ(s.Sizes(), sizes);
+    s.ExpectTextWithinBox(960);
+    EXPECT_TRUE(s.trace.Has(u"PptFit mode=wrap restored=0 shrunk=0 "))
+        << Utf16ToUtf8(s.trace.Text());
+    EXPECT_EQ(s.Model().frame.autoSize, 0);  // a changed wrap is a worked-out box too
+}
+
 TEST(TextFit, ATitleOneLineTooWideShrinksOnOneLine) {
     // Content width 400, height 50: one line of 442.5 at 30 points is 36
     // high, wrapped it takes two lines, 72.
