@@ -424,6 +424,11 @@ TEST(TextFit, TheSlideEdgesLimitTheText) {
             }
         }
         if (c.past != 0 && c.slideW > 0) s.ExpectTextWithinBox(c.slideW);
+        if (c.past == 0) {
+            // Shrinking never moves the start of the text back onto the slide.
+            const FitBounds bounds = DeriveFitBounds(300, 100, 0, 0, c.slideW);
+            EXPECT_TRUE(TooWide(MeasureText(s.Range()), bounds));
+        }
     }
 }
 
