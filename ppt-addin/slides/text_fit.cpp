@@ -112,7 +112,7 @@ float MarginOrZero(const HostRef& frame, std::u16string_view name) {
 
 void TraceFit(FitMode mode, bool restored, bool shrunk, const FitMeasure& last,
               const FitBounds& bounds) {
-    char line[256];
+    char line[512];  // room for five of the widest floats
     const int n = std::snprintf(
         line, sizeof line,
         "PptFit mode=%s restored=%d shrunk=%d boundW=%.1f contentW=%.1f shape=%.1fx%.1f "
