@@ -3,6 +3,7 @@
 #include "foundation/ui_strings.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 #include "foundation/platform.h"
