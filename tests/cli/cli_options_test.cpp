@@ -1,0 +1,167 @@
+// The front end's command line: every option read as documented, and every
+// mistake an error that names it, before anything is read or written.
+#include <gtest/gtest.h>
+
+#include "cli/cli_options.h"
+#include "cli/report.h"
+#include "foundation/text.h"
+#include "sim/host/deck_builder.h"
+
+namespace qb::cli {
+namespace {
+
+ParseResult Parse(std::vector<std::string> args) {
+    return ParseCommandLine(args);
+}
+
+TEST(CliOptions, DefaultsTranslateTheWholeDeckIntoANewFile) {
+    const ParseResult r = Parse({"decks/report.json"});
+    ASSERT_EQ(r.error, "");
+    EXPECT_EQ(r.options.deck, "decks/report.json");
+    EXPECT_EQ(r.options.output, "decks/report.translated.json");
+    EXPECT_EQ(r.options.reportPath, "decks/report.translated.report.json");
+    EXPECT_EQ(r.options.targetLang, "en");
+    EXPECT_EQ(r.options.sourceLang, "auto");
+    EXPECT_EQ(r.options.scope, Scope::Deck);
+    EXPECT_EQ(r.options.road, Road::Native);
+    EXPECT_FALSE(r.options.targetFont.has_value());
+}
+
+TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
+    const ParseResult r =
+        Parse({"--to=ja",       "-f",     "en",          "--scope",   "slide",
+               "--slide",       "3",      "--bilingual", "--road",    "panel",
+               "--target-font", "",       "--host=wps",  "--service", "http://127.0.0.1:8123",
+               "--token",       "abc",    "-o",          "out.json",  "--report",
+               "r.json",        "--html", "r.html",      "-q",        "deck.json"});
+    ASSERT_EQ(r.error, "");
+    const Options& o = r.options;
+    EXPECT_EQ(o.targetLang, "ja");
+    EXPECT_EQ(o.sourceLang, "en");
+    EXPECT_EQ(o.scope, Scope::Slide);
+    EXPECT_EQ(o.slide, 3);
+    EXPECT_TRUE(o.bilingual);
+    EXPECT_EQ(o.road, Road::Panel);
+    ASSERT_TRUE(o.targetFont.has_value());
+    EXPECT_EQ(*o.targetFont, "");
+    EXPECT_EQ(o.host, HostChoice::Wps);
+    EXPECT_EQ(o.serviceUrl, "http://127.0.0.1:8123");
+    EXPECT_EQ(o.token, "abc");
+    EXPECT_EQ(o.output, "out.json");
+    EXPECT_EQ(o.reportPath, "r.json");
+    EXPECT_EQ(o.htmlPath, "r.html");
+    EXPECT_TRUE(o.quiet);
+}
+
+TEST(CliOptions, SelectionsOfSlidesShapesAndCharacters) {
+    ParseResult r = Parse({"--select", "slides:2,4", "d.json"});
+    ASSERT_EQ(r.error, "");
+    EXPECT_EQ(r.options.scope, Scope::Selection);
+    EXPECT_EQ(r.options.selection.slides, (std::vector<std::int32_t>{2, 4}));
+    r = Parse({"--select", "shapes:3:2/1,4", "d.json"});
+    ASSERT_EQ(r.error, "");
+    EXPECT_EQ(r.options.selection.slide, 3);
+    EXPECT_EQ(r.options.selection.shapes, (std::vector<std::vector<std::int32_t>>{{2, 1}, {4}}));
+    r = Parse({"--scope", "selection", "--select", "text:1:2:15:42", "d.json"});
+    ASSERT_EQ(r.error, "");
+    EXPECT_EQ(r.options.selection.kind, SelectionSpec::Kind::Text);
+    EXPECT_EQ(r.options.selection.textShape, std::vector<std::int32_t>{2});
+    EXPECT_EQ(r.options.selection.start, 15);
+    EXPECT_EQ(r.options.selection.length, 42);
+}
+
+TEST(CliOptions, MistakesAreOneLineErrors) {
+    const struct {
+        std::vector<std::string> args;
+        std::string error;
+    } cases[] = {
+        {{}, "no deck file given (see --help)"},
+        {{"a.json", "b.json"}, "one deck file at a time, got 2"},
+        {{"--frobnicate", "a.json"}, "unknown option --frobnicate (see --help)"},
+        {{"--to"}, "--to: needs a value"},
+        {{"--to", "klingon", "a.json"}, "--to: unknown language \"klingon\""},
+        {{"--from", "xx", "a.json"}, "--from: unknown language \"xx\""},
+        {{"--scope", "page", "a.json"}, "--scope: expected deck, slide or selection, got \"page\""},
+        {{"--slide", "0", "a.json"}, "--slide: expected a slide number from 1, got \"0\""},
+        {{"--scope", "selection", "a.json"}, "--scope selection needs --select"},
+        {{"--scope", "slide", "--select", "slides:1", "a.json"},
+         "--select needs --scope selection"},
+        {{"--select", "shapes:1", "a.json"},
+         "--select: expected slides:N[,N...], shapes:SLIDE:PATH[,PATH...] or "
+         "text:SLIDE:PATH:START:LENGTH, got \"shapes:1\""},
+        {{"--select", "text:1:2:0:4", "a.json"},
+         "--select: expected slides:N[,N...], shapes:SLIDE:PATH[,PATH...] or "
+         "text:SLIDE:PATH:START:LENGTH, got \"text:1:2:0:4\""},
+        {{"--road", "carrier-pigeon", "a.json"},
+         "--road: expected native or panel, got \"carrier-pigeon\""},
+        {{"--service", "https://example.com", "a.json"},
+         "--service: expected http://127.0.0.1:PORT, got \"https://example.com\""},
+        {{"--quiet=yes", "a.json"}, "--quiet: takes no value"},
+        {{"-o", "a.json", "a.json"},
+         "the output would overwrite the input; give --in-place to allow it"},
+        {{"--in-place", "-o", "b.json", "a.json"}, "--in-place and --output exclude each other"},
+    };
+    for (const auto& c : cases) {
+        const ParseResult r = ParseCommandLine(c.args);
+        EXPECT_EQ(r.error, c.error);
+    }
+    const ParseResult inPlace = Parse({"--in-place", "a.json"});
+    EXPECT_EQ(inPlace.error, "");
+    EXPECT_EQ(inPlace.options.output, "a.json");
+}
+
+TEST(CliOptions, DefaultPathsKeepTheExtensionAndFolder) {
+    EXPECT_EQ(DefaultOutputPath("deck.json"), "deck.translated.json");
+    EXPECT_EQ(DefaultOutputPath("dir.v2/deck"), "dir.v2/deck.translated");
+    EXPECT_EQ(DefaultOutputPath(".hidden"), ".hidden.translated");
+    EXPECT_EQ(DefaultReportPath("out/deck.translated.json"), "out/deck.translated.report.json");
+    EXPECT_EQ(DefaultReportPath("a.b/out"), "a.b/out.report.json");
+    std::string host;
+    std::uint16_t port = 0;
+    EXPECT_TRUE(ParseServiceUrl("http://localhost:9/", host, port));
+    EXPECT_EQ(port, 9);
+    EXPECT_FALSE(ParseServiceUrl("http://127.0.0.1:70000", host, port));
+    EXPECT_FALSE(ParseServiceUrl("http://10.0.0.1:80", host, port));
+}
+
+TEST(CliReport, NamesFailedUnitsAndTextsThatDontFit) {
+    EXPECT_EQ(SplitUnitIds("shapes[2].p1; shapes[3].frame"),
+              (std::vector<std::string>{"shapes[2].p1", "shapes[3].frame"}));
+    EXPECT_TRUE(SplitUnitIds("").empty());
+
+    sim::DeckBuilder b;
+    b.Slide().Text(u"Fits", u"Short", sim::Box{50, 50, 400, 60});
+    b.Text(u"Tall", u"One\rTwo\rThree\rFour\rFive", sim::Box{50, 150, 400, 40});
+    b.Text(u"Off", u"Past the edge of the slide", sim::Box{900, 300, 400, 60});
+    const auto deck = b.Build();
+    const std::vector<Overflow> found = FindOverflows(*deck);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].shape, "Tall");
+    EXPECT_TRUE(found[0].box);
+    EXPECT_FALSE(found[0].page);
+    EXPECT_EQ(found[1].shape, "Off");
+    EXPECT_TRUE(found[1].page);
+
+    RunReport report;
+    report.deck = "in \"q\".json";
+    report.result = "complete";
+    report.units = 3;
+    report.failedUnits = {"shapes[2].p1"};
+    report.overflows = found;
+    const std::string json = ReportJson(report);
+    EXPECT_NE(json.find("\"deck\": \"in \\\"q\\\".json\""), std::string::npos);
+    EXPECT_NE(json.find("\"failedUnits\": [\"shapes[2].p1\"]"), std::string::npos);
+    EXPECT_NE(json.find("{\"slide\": 1, \"shape\": \"Tall\", \"box\": true, \"page\": false}"),
+              std::string::npos);
+
+    const auto before = CopyDeck(*deck);
+    deck->slides[0]->shapes[0]->frame.SetText(u"<b>&", sim::CharFormat());
+    EXPECT_EQ(before->slides[0]->shapes[0]->frame.text, u"Short");  // a real copy
+    const std::string html = ReportHtml(report, *before, *deck);
+    EXPECT_NE(html.find("&lt;b&gt;&amp;"), std::string::npos);
+    EXPECT_NE(html.find("stroke=\"#d00\""), std::string::npos);  // the tall box is marked
+    EXPECT_NE(html.find("Slide 1, Tall: leaves its box"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qb::cli
