@@ -219,12 +219,11 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         } else if (arg == "--road") {
             std::string s;
             if (!next(s)) return r;
+            // The panel road comes with the pane and its scripted page.
             if (s == "native") {
                 o.road = Road::Native;
-            } else if (s == "panel") {
-                o.road = Road::Panel;
             } else {
-                r.error = "--road: expected native or panel, got \"" + s + "\"";
+                r.error = "--road: expected native, got \"" + s + "\"";
                 return r;
             }
         } else if (arg == "--target-font") {
@@ -315,7 +314,7 @@ std::string UsageText() {
            "      --select SPEC        what is selected: slides:2,4 | shapes:SLIDE:PATH[,PATH]\n"
            "                           | text:SLIDE:PATH:START:LENGTH  (PATH like 3 or 3/1)\n"
            "      --bilingual          write the translation onto copies behind the slides\n"
-           "      --road ROAD          native (the add-in posts to the service) or panel\n"
+           "      --road ROAD          native: the add-in posts to the service itself\n"
            "      --target-font NAME   font set on written text (\"\" keeps the source's)\n"
            "      --host HOST          pose as powerpoint or wps (default: as the deck says)\n"
            "      --service URL        a running stand-in service, http://127.0.0.1:PORT\n"

@@ -11,7 +11,7 @@
 namespace qb::cli {
 
 enum class Scope { Deck, Slide, Selection };
-enum class Road { Native, Panel };
+enum class Road { Native };
 enum class HostChoice { FromDeck, PowerPoint, Wps };
 
 // A selection as the user gives it: slides, shapes by path, or characters.

@@ -30,7 +30,7 @@ TEST(CliOptions, DefaultsTranslateTheWholeDeckIntoANewFile) {
 TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
     const ParseResult r =
         Parse({"--to=ja",       "-f",     "en",          "--scope",   "slide",
-               "--slide",       "3",      "--bilingual", "--road",    "panel",
+               "--slide",       "3",      "--bilingual", "--road",    "native",
                "--target-font", "",       "--host=wps",  "--service", "http://127.0.0.1:8123",
                "--token",       "abc",    "-o",          "out.json",  "--report",
                "r.json",        "--html", "r.html",      "-q",        "deck.json"});
@@ -41,7 +41,7 @@ TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
     EXPECT_EQ(o.scope, Scope::Slide);
     EXPECT_EQ(o.slide, 3);
     EXPECT_TRUE(o.bilingual);
-    EXPECT_EQ(o.road, Road::Panel);
+    EXPECT_EQ(o.road, Road::Native);
     ASSERT_TRUE(o.targetFont.has_value());
     EXPECT_EQ(*o.targetFont, "");
     EXPECT_EQ(o.host, HostChoice::Wps);
@@ -92,8 +92,7 @@ TEST(CliOptions, MistakesAreOneLineErrors) {
         {{"--select", "text:1:2:0:4", "a.json"},
          "--select: expected slides:N[,N...], shapes:SLIDE:PATH[,PATH...] or "
          "text:SLIDE:PATH:START:LENGTH, got \"text:1:2:0:4\""},
-        {{"--road", "carrier-pigeon", "a.json"},
-         "--road: expected native or panel, got \"carrier-pigeon\""},
+        {{"--road", "carrier-pigeon", "a.json"}, "--road: expected native, got \"carrier-pigeon\""},
         {{"--service", "https://example.com", "a.json"},
          "--service: expected http://127.0.0.1:PORT, got \"https://example.com\""},
         {{"--quiet=yes", "a.json"}, "--quiet: takes no value"},
