@@ -88,7 +88,7 @@ struct StandInService::Impl {
     mutable std::condition_variable changed;
     bool stopping = false;
     std::vector<RecordedRequest> requests;
-    std::vector<FaultRule> rules;
+    std::vector<ServiceRule> rules;
     std::map<std::u16string, std::vector<TermEntry>> glossaries;
     std::map<std::u16string, std::u16string> instructions;
 
@@ -125,7 +125,7 @@ struct StandInService::Impl {
             }
         }
         std::lock_guard<std::mutex> hold(lock);
-        for (FaultRule& rule : rules) {
+        for (ServiceRule& rule : rules) {
             if (rule.times == 0) continue;
             if (!rule.path.empty() && rule.path != request.path) continue;
             if (!rule.bodyContains.empty() &&
@@ -357,13 +357,13 @@ void StandInService::Stop() {
     }
 }
 
-void StandInService::AddRule(FaultRule rule) {
+void StandInService::AddRule(ServiceRule rule) {
     std::lock_guard<std::mutex> hold(impl_->lock);
     impl_->rules.push_back(std::move(rule));
 }
 
 void StandInService::FailNext(std::string path, Fault fault, int times) {
-    AddRule(FaultRule{std::move(path), {}, times, std::move(fault)});
+    AddRule(ServiceRule{std::move(path), {}, times, std::move(fault)});
 }
 
 void StandInService::ClearRules() {

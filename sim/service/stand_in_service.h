@@ -42,7 +42,7 @@ std::optional<Fault> FaultFromName(std::string_view name, std::uint32_t lateMs);
 // A text holding this and a fault's name makes its request fail that way.
 inline constexpr char kFaultDirective[] = "@fault:";
 
-struct FaultRule {
+struct ServiceRule {
     std::string path;          // empty: every path
     std::string bodyContains;  // empty: every request
     int times = -1;            // how many requests it applies to; -1 for ever
@@ -85,7 +85,7 @@ class StandInService {
     int Port() const { return port_; }
     const std::string& Token() const { return options_.token; }
 
-    void AddRule(FaultRule rule);
+    void AddRule(ServiceRule rule);
     // The next `times` requests to `path` fail with `fault`.
     void FailNext(std::string path, Fault fault, int times = 1);
     void ClearRules();
