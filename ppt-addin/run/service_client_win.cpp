@@ -59,6 +59,15 @@ std::string PostJsonNative(const HttpCall& call, std::u16string& error, std::uin
         error = u"WinHttpOpenRequest failed";
         return {};
     }
+    if (call.timeoutMs != 0) {
+        // The request keeps its own copy; waiting for the response headers has
+        // a time-out of its own besides the receive time-out.
+        const int t = static_cast<int>(call.timeoutMs);
+        ::WinHttpSetTimeouts(request.Get(), t, t, t, t);
+        DWORD responseMs = call.timeoutMs;
+        ::WinHttpSetOption(request.Get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &responseMs,
+                           sizeof responseMs);
+    }
     std::u16string headers = u"Content-Type: application/json\r\n";
     if (!call.bearerToken.empty())
         headers += u"Authorization: Bearer " + call.bearerToken + u"\r\n";
