@@ -8,7 +8,7 @@ have_cmd() { command -v "$1" >/dev/null 2>&1; }
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
 for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
-         libgtest-dev libgmock-dev libbenchmark-dev \
+         libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
          g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
          wine wine64; do
   have_pkg "$p" || need+=("$p")

@@ -97,6 +97,20 @@ for fuzzer in build/asan/tests/fuzz/*_fuzz; do
   fi
 done
 
+# The Windows tests reach the stand-in service running natively on the
+# loopback address; its port goes to them in QB_STAND_IN_PORT.
+stand_in_pid=""
+if ran native && [ -x build/native/sim/service/qb_service ]; then
+  exec {stand_in_fd}< <(exec build/native/sim/service/qb_service --port 0 2>build/logs/stand-in.log)
+  stand_in_pid=$!
+  if read -r -t 10 -u "$stand_in_fd" line && [[ $line =~ :([0-9]+)$ ]]; then
+    export QB_STAND_IN_PORT=${BASH_REMATCH[1]}
+    echo "stand-in service on 127.0.0.1:$QB_STAND_IN_PORT"
+  else
+    echo "the stand-in service did not start; the Windows service tests will skip"
+  fi
+fi
+
 # Wine: a prefix of our own in the build folder, made on first use.
 if ran win64; then
   wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
@@ -108,6 +122,12 @@ if ran win32; then
   WINEPREFIX="$root/build/wine/prefix32" WINEARCH=win32 \
     run_gtest "wine32 (x86)" wine build/win32/tests/qb_tests.exe
   WINEPREFIX="$root/build/wine/prefix32" wineserver -k 2>/dev/null
+fi
+
+if [ -n "$stand_in_pid" ]; then
+  kill "$stand_in_pid" 2>/dev/null
+  wait "$stand_in_pid" 2>/dev/null
+  unset QB_STAND_IN_PORT
 fi
 
 note "format"

@@ -7,6 +7,7 @@
 #include "foundation/platform.h"
 #include "foundation/text.h"
 #include "foundation/trace.h"
+#include "run/service_client.h"
 #include "run/sta_gate.h"
 #include "slides/automation.h"
 
@@ -215,6 +216,7 @@ bool PptCtrl::StartRun(std::u16string& outMessage) {
     config.clientTraceId = options_.clientTraceId;
     if (options_.translateOverride) config.translateOverride = options_.translateOverride;
     config.nativeRoad = options_.nativeRoad;
+    if (!config.nativeRoad && options_.nativeService) config.nativeRoad = BindNativeRoad(config);
 
     WorkerArgs& args = run.args;
     args.config = &config;

@@ -90,6 +90,9 @@ struct RunOptions {
     BatchTransport translateOverride;
     // The service exchange, taken when there is no override (set by the pane).
     BatchTransport nativeRoad;
+    // Without a nativeRoad: the worker posts to the service itself, with the
+    // run's own token and cancel and pause flags.
+    bool nativeService = false;
     TerminologyResolver terminologyResolver;
     WindowKey window;
     TranslateClientConfig** liveConfigSlot = nullptr;
