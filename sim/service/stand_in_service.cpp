@@ -4,6 +4,7 @@
 #include <httplib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <map>
 
@@ -83,6 +84,7 @@ std::optional<Fault> FaultFromName(std::string_view name, std::uint32_t lateMs) 
 struct StandInService::Impl {
     httplib::Server server;
     std::thread listener;
+    std::atomic<bool> listenerEnded{false};
 
     mutable std::mutex lock;
     mutable std::condition_variable changed;
@@ -340,8 +342,16 @@ bool StandInService::Start(int port) {
         if (!impl.server.bind_to_port("127.0.0.1", port)) return false;
         port_ = port;
     }
-    impl.listener = std::thread([&impl] { impl.server.listen_after_bind(); });
-    return true;
+    impl.listener = std::thread([&impl] {
+        impl.server.listen_after_bind();
+        impl.listenerEnded = true;
+    });
+    // A stop that comes before the server runs is lost and the listener then
+    // never ends; so Start returns only once it runs (or has failed).
+    while (!impl.server.is_running() && !impl.listenerEnded) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return !impl.listenerEnded;
 }
 
 void StandInService::Stop() {

@@ -9,7 +9,10 @@
 #include "run/client_identity.h"
 #include "run/json.h"
 #include "run/service_client.h"
+#include "sim/host/deck_builder.h"
+#include "sim/host/sim_host.h"
 #include "sim/service/pseudo_translate.h"
+#include "slides/automation.h"
 #include "support/service_endpoint.h"
 
 #if !defined(_WIN32)
@@ -183,6 +186,21 @@ TEST(DocKeyTest, TheKeyIsTheFnv1aOfTheLowerCasedUnits) {
     // One step a 16-bit unit: not the hash of the UTF-8 bytes.
     EXPECT_NE(DocKeyFromFullName(u"\u4e2d"), DocKeyFromFullName(u"\u00e4\u00b8\u00ad"));
     EXPECT_EQ(ReadDocKey(nullptr), u"_no_doc");
+}
+
+TEST(DocKeyTest, APresentationIsKeyedByItsFullNameOrCalledUnsaved) {
+    sim::SimHost host;
+    sim::DeckBuilder b;
+    b.Slide().Text(u"Title", u"Hello");
+    auto deck = host.AddPresentation(b.Build());
+    host::HostRef presentation;
+    ASSERT_TRUE(
+        SUCCEEDED(host::GetObject(host.Application(), u"ActivePresentation", presentation)));
+    deck->fullName.clear();
+    EXPECT_EQ(ReadDocKey(presentation), u"_unsaved");
+    deck->fullName = u"C:\\Decks\\Q3.PPTX";
+    EXPECT_EQ(ReadDocKey(presentation), DocKeyFromFullName(u"c:\\decks\\q3.pptx"));
+    EXPECT_NE(ReadDocKey(presentation), DocKeyFromFullName(u"c:\\decks\\q4.pptx"));
 }
 
 TEST(HttpPostJsonTest, ACancelBeforeTheRequestSendsNothing) {

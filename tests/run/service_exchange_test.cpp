@@ -458,6 +458,8 @@ TEST_F(BeaconTest, AFailedBeaconLeavesOneLogLineAndAnErrorReplyNone) {
     test::ScopedServiceEndpoint nowhere(1);  // the network is down
     SendEvent(kLoadedEvent, u"client");
     EXPECT_TRUE(lines.WaitFor(u"addin:loaded beacon failed: HTTP request failed", 10000));
+    // The thread still writes the line's end; the listener must outlive it.
+    EXPECT_TRUE(WaitForBeaconsForTesting(10000));
 }
 
 // Reads every log file of the process's log folder as UTF-8 and UTF-16.
