@@ -1,0 +1,350 @@
+// qb-translate: translates a deck file the way the add-in translates a
+// presentation inside its host. The deck is opened in the simulated host,
+// the run controller collects, translates through the service (a stand-in
+// started in-process unless one is named) and writes the slides back on
+// its run tick; then the deck is saved beside the input with a report.
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/cli_options.h"
+#include "cli/report.h"
+#include "foundation/platform.h"
+#include "foundation/text.h"
+#include "run/ppt_ctrl.h"
+#include "run/service_client.h"
+#include "sim/host/deck_file.h"
+#include "sim/host/sim_host.h"
+#include "sim/service/stand_in_service.h"
+#include "slides/slide_engine.h"
+#include "slides/target_style.h"
+
+namespace {
+
+using namespace qb;
+using namespace qb::cli;
+
+constexpr int kExitOk = 0;
+constexpr int kExitUnitsFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitInput = 3;
+constexpr int kExitService = 4;
+constexpr int kExitOutput = 5;
+constexpr char kVersion[] = "qb-translate 0.1.0";
+
+int Fail(int code, const std::string& message) {
+    std::fprintf(stderr, "qb-translate: %s\n", message.c_str());
+    return code;
+}
+
+std::u16string U16(const std::string& s) {
+    return Utf8ToUtf16(s);
+}
+
+// Beside the target, then renamed over it: nobody sees half a report.
+bool WriteText(const std::string& path, const std::string& text) {
+    const std::u16string target = U16(path);
+    const std::u16string temporary = target + u".tmp";
+    if (!platform::WriteNewFile(temporary, text.data(), text.size())) return false;
+    if (platform::MoveFileReplacing(temporary, target)) return true;
+    platform::RemoveFile(temporary);
+    return false;
+}
+
+// What the run tells the pane, gathered for the progress line and report.
+struct Heard {
+    std::mutex lock;
+    std::int32_t collected = 0, slidesTotal = 0;
+    std::int32_t units = 0, done = 0, unchanged = 0;
+    std::string closing, code, message;
+    std::int64_t elapsedMs = 0;
+};
+
+class Progress {
+  public:
+    Progress(bool quiet) : quiet_(quiet), tty_(isatty(2) != 0) {}
+    void Show(Heard& heard, std::int32_t written, std::int32_t slides) {
+        if (quiet_) return;
+        std::lock_guard<std::mutex> hold(heard.lock);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "collected %d/%d slides, translated %d/%d units, written %d/%d slides",
+                      heard.collected, heard.slidesTotal, heard.done, heard.units, written, slides);
+        if (tty_) {
+            const int width = 24;
+            const int filled = heard.units ? heard.done * width / heard.units : 0;
+            std::fprintf(stderr, "\r[%s%s] %s", std::string(filled, '#').c_str(),
+                         std::string(width - filled, '.').c_str(), line);
+        } else if (line != last_) {
+            std::fprintf(stderr, "%s\n", line);
+        }
+        last_ = line;
+    }
+    void End() {
+        if (!quiet_ && tty_) std::fprintf(stderr, "\n");
+    }
+
+  private:
+    bool quiet_, tty_;
+    std::string last_;
+};
+
+// The selection the options describe, on the first window; an error text
+// when it names a slide or shape the deck doesn't have.
+std::string ApplySelection(const SelectionSpec& spec, sim::SimHost& host,
+                           const sim::PresentationModel& deck) {
+    sim::SelectionModel& selection = host.App().windows[0]->selection;
+    selection = sim::SelectionModel();
+    auto slideAt = [&](std::int32_t n) -> std::shared_ptr<sim::SlideModel> {
+        return n >= 1 && n <= static_cast<std::int32_t>(deck.slides.size())
+                   ? deck.slides[static_cast<std::size_t>(n - 1)]
+                   : nullptr;
+    };
+    auto shapeAt = [&](std::int32_t slide,
+                       const std::vector<std::int32_t>& path) -> std::shared_ptr<sim::ShapeModel> {
+        const auto s = slideAt(slide);
+        if (!s) return nullptr;
+        const std::vector<std::shared_ptr<sim::ShapeModel>>* list = &s->shapes;
+        std::shared_ptr<sim::ShapeModel> shape;
+        for (std::int32_t index : path) {
+            if (index < 1 || index > static_cast<std::int32_t>(list->size())) return nullptr;
+            shape = (*list)[static_cast<std::size_t>(index - 1)];
+            list = &shape->children;
+        }
+        return shape;
+    };
+    auto pathText = [](const std::vector<std::int32_t>& path) {
+        std::string text;
+        for (std::int32_t i : path)
+            text += (text.empty() ? "" : "/") + std::to_string(i);
+        return text;
+    };
+    switch (spec.kind) {
+        case SelectionSpec::Kind::Slides:
+            selection.type = sim::SelectionType::Slides;
+            for (std::int32_t n : spec.slides) {
+                const auto s = slideAt(n);
+                if (!s) return "--select: the deck has no slide " + std::to_string(n);
+                selection.slides.push_back(s);
+            }
+            break;
+        case SelectionSpec::Kind::Shapes:
+            selection.type = sim::SelectionType::Shapes;
+            for (const auto& path : spec.shapes) {
+                const auto shape = shapeAt(spec.slide, path);
+                if (!shape) {
+                    return "--select: slide " + std::to_string(spec.slide) + " has no shape " +
+                           pathText(path);
+                }
+                (path.size() > 1 ? selection.childShapes : selection.shapes).push_back(shape);
+            }
+            // Shapes inside groups are selected as the host reports them:
+            // the child range, with the outermost groups as the shape range.
+            if (!selection.childShapes.empty() && selection.shapes.empty()) {
+                selection.shapes = selection.childShapes;
+            }
+            break;
+        case SelectionSpec::Kind::Text: {
+            const auto shape = shapeAt(spec.slide, spec.textShape);
+            if (!shape || !shape->hasTextFrame) {
+                return "--select: slide " + std::to_string(spec.slide) + " has no text shape " +
+                       pathText(spec.textShape);
+            }
+            if (spec.start + spec.length - 1 >
+                static_cast<std::int32_t>(shape->frame.text.size())) {
+                return "--select: the characters " + std::to_string(spec.start) + " to " +
+                       std::to_string(spec.start + spec.length - 1) + " lie past the end of its " +
+                       std::to_string(shape->frame.text.size()) + " characters";
+            }
+            selection.type = sim::SelectionType::Text;
+            selection.textShape = shape;
+            selection.textStart = spec.start;
+            selection.textLength = spec.length;
+            break;
+        }
+        case SelectionSpec::Kind::None:
+            break;
+    }
+    return "";
+}
+
+const char* ScopeName(Scope scope) {
+    return scope == Scope::Deck ? "deck" : scope == Scope::Slide ? "slide" : "selection";
+}
+
+int Run(const Options& o) {
+    sim::DeckLoadResult loaded = sim::LoadDeckFile(U16(o.deck));
+    if (!loaded.error.empty()) return Fail(kExitInput, loaded.error);
+    if (o.host == HostChoice::PowerPoint) loaded.kind = sim::HostKind::PowerPoint;
+    if (o.host == HostChoice::Wps) loaded.kind = sim::HostKind::Wps;
+    sim::SimHost host(loaded.kind);
+    const auto deck = sim::OpenDeck(host, loaded);
+    const auto slideCount = static_cast<std::int32_t>(deck->slides.size());
+    if (o.slide > slideCount) {
+        return Fail(kExitInput, "--slide: the deck has " + std::to_string(slideCount) +
+                                    " slides, not " + std::to_string(o.slide));
+    }
+    if (o.slide > 0) host.App().windows[0]->currentSlide = o.slide;
+    host.App().activeWindow = 1;
+    if (o.scope == Scope::Selection) {
+        const std::string error = ApplySelection(o.selection, host, *deck);
+        if (!error.empty()) return Fail(kExitInput, error);
+    }
+
+    // The service: a running stand-in, or one of our own on a free port.
+    sim::StandInService service;
+    std::string serviceHost = "127.0.0.1";
+    std::uint16_t port = 0;
+    if (o.serviceUrl.empty()) {
+        if (!service.Start(0)) return Fail(kExitService, "can't start the stand-in service");
+        port = static_cast<std::uint16_t>(service.Port());
+    } else {
+        ParseServiceUrl(o.serviceUrl, serviceHost, port);
+    }
+    SetHttpEndpointForTesting(U16(serviceHost), port);
+
+    const auto before = CopyDeck(*deck);
+    SlideEngine engine;
+    PptCtrl run(host.Application(), engine);
+    RunOptions options;
+    options.scope = o.scope == Scope::Deck    ? RunScope::FullDeck
+                    : o.scope == Scope::Slide ? RunScope::CurrentSlide
+                                              : RunScope::Selection;
+    options.fullDeck = o.scope == Scope::Deck;
+    options.usageKind = o.scope == Scope::Selection ? u"translate_selection" : u"translate_full";
+    options.targetLang = U16(o.targetLang);
+    options.sourceLang = U16(o.sourceLang);
+    options.targetFont = o.targetFont ? U16(*o.targetFont) : std::u16string(kDefaultTargetFont);
+    options.bilingualSlides = o.bilingual;
+    options.accessToken = U16(o.token);
+    options.window.hwnd = host.App().windows[0]->hwnd;
+    static std::atomic<std::uint64_t> runIds{0};
+    options.runId = TakeRunId(runIds, platform::CurrentClock().TickCount64());
+    options.clientTraceId = u"ppt_" + DecimalText(static_cast<long long>(options.runId));
+    options.nativeService = true;
+
+    Heard heard;
+    RunCallbacks callbacks;
+    callbacks.onScanProgress = [&](std::int32_t current, std::int32_t total,
+                                   const std::u16string&) {
+        std::lock_guard<std::mutex> hold(heard.lock);
+        heard.collected = current;
+        heard.slidesTotal = total;
+    };
+    callbacks.onReady = [&](std::int32_t total, std::int32_t) {
+        std::lock_guard<std::mutex> hold(heard.lock);
+        heard.units = total;
+    };
+    callbacks.onProgress = [&](std::int32_t, std::int32_t, bool skipped, const std::u16string&,
+                               const std::u16string&) {
+        std::lock_guard<std::mutex> hold(heard.lock);
+        ++heard.done;
+        heard.unchanged += skipped ? 1 : 0;
+    };
+    callbacks.onComplete = [&](std::int64_t elapsed, std::int32_t, bool) {
+        heard.closing = "complete";
+        heard.elapsedMs = elapsed;
+    };
+    callbacks.onError = [&](const std::u16string& code, const std::u16string& message) {
+        heard.closing = "error";
+        heard.code = Utf16ToUtf8(code);
+        heard.message = Utf16ToUtf8(message);
+    };
+    callbacks.onCancelled = [&] { heard.closing = "cancelled"; };
+
+    Progress progress(o.quiet);
+    const auto started = std::chrono::steady_clock::now();
+    std::u16string startMessage;
+    if (run.Start(options, &callbacks, startMessage)) {
+        // The pane's run tick, at its own pace.
+        while (!run.Tick()) {
+            progress.Show(heard, run.ApplyCursor(),
+                          static_cast<std::int32_t>(run.Lists().spans.size()));
+            std::this_thread::sleep_for(std::chrono::milliseconds(120));
+        }
+    }
+    progress.Show(heard, run.ApplyCursor(), static_cast<std::int32_t>(run.Lists().spans.size()));
+    progress.End();
+    service.Stop();
+    SetHttpEndpointForTesting(u"", 0);
+
+    if (heard.closing == "error") {
+        const int code = heard.code == "collect_failed" ? kExitInput : kExitService;
+        return Fail(code, (code == kExitInput ? "nothing to translate: " : "the run failed: ") +
+                              heard.code + ": " + heard.message);
+    }
+    if (heard.closing == "cancelled") return Fail(kExitService, "the run was cancelled");
+
+    RunReport report;
+    report.deck = o.deck;
+    report.output = o.output;
+    report.host = loaded.kind == sim::HostKind::Wps ? "wps" : "powerpoint";
+    report.road = "native";
+    report.scope = ScopeName(o.scope);
+    report.sourceLang = o.sourceLang;
+    report.targetLang = o.targetLang;
+    report.bilingual = o.bilingual;
+    report.result = heard.closing;
+    report.slides = static_cast<std::int32_t>(run.Lists().spans.size());
+    report.units = static_cast<std::int32_t>(run.Lists().texts.size());
+    report.translated = run.Applied();
+    report.unchanged = heard.unchanged;
+    report.failedUnits = SplitUnitIds(Utf16ToUtf8(run.FirstApplyError()));
+    report.failed = static_cast<std::int32_t>(report.failedUnits.size());
+    report.slidesWritten = run.ApplyCursor();
+    report.elapsedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                           std::chrono::steady_clock::now() - started)
+                           .count();
+    report.overflows = FindOverflows(*deck);
+
+    std::string error;
+    if (!sim::SaveDeckFile(U16(o.output), sim::CaptureDeck(host, deck), &error)) {
+        return Fail(kExitOutput, "can't write " + o.output + ": " + error);
+    }
+    if (!WriteText(o.reportPath, ReportJson(report))) {
+        return Fail(kExitOutput, "can't write " + o.reportPath);
+    }
+    if (!o.htmlPath.empty() && !WriteText(o.htmlPath, ReportHtml(report, *before, *deck))) {
+        return Fail(kExitOutput, "can't write " + o.htmlPath);
+    }
+    if (!o.quiet) {
+        std::printf(
+            "%s: %d units on %d slides: %d translated, %d unchanged, %d failed; %d slides "
+            "written in %lld ms\n",
+            o.deck.c_str(), report.units, report.slides, report.translated, report.unchanged,
+            report.failed, report.slidesWritten, static_cast<long long>(report.elapsedMs));
+        if (!report.overflows.empty()) {
+            std::printf("%zu texts don't fit their box or the slide (see the report)\n",
+                        report.overflows.size());
+        }
+        std::printf("translated deck: %s\nreport: %s\n", o.output.c_str(), o.reportPath.c_str());
+        if (!o.htmlPath.empty()) std::printf("html report: %s\n", o.htmlPath.c_str());
+    }
+    return report.failed > 0 ? kExitUnitsFailed : kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const ParseResult parsed = ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+    if (!parsed.error.empty()) return Fail(kExitUsage, parsed.error);
+    if (parsed.options.help) {
+        std::fputs(UsageText().c_str(), stdout);
+        return kExitOk;
+    }
+    if (parsed.options.version) {
+        std::printf("%s\n", kVersion);
+        return kExitOk;
+    }
+    try {
+        return Run(parsed.options);
+    } catch (const std::exception& e) {
+        return Fail(kExitService, std::string("internal error: ") + e.what());
+    }
+}
