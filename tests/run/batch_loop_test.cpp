@@ -360,6 +360,8 @@ TEST(BatchLoop, AFailedTerminologyResolveSendsNoBatch) {
 }
 
 TEST(BatchLoop, RequestsCarryTheRunsLanguagesAndIds) {
+    test::ManualClock clock;  // httpMs is measured: no real time may pass
+    test::ScopedClock scope(clock);
     RunFixture run({1});
     run.config.sourceLang = u"en";
     run.config.targetLang = u"de";
