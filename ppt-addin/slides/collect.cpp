@@ -134,28 +134,13 @@ void SlideCollector::WalkGroupItems(const HostRef& groupShapes, std::int32_t sli
 
 void SlideCollector::CollectTable(const HostRef& tableShape, std::int32_t slideIndex,
                                   const ShapePath& path, const UnitAddress& context) {
-    HostRef table, rows, columns;
+    HostRef table;
     std::int32_t rowCount = 0, columnCount = 0;
-    if (FAILED(host::GetObject(tableShape, u"Table", table)) ||
-        FAILED(host::GetObject(table, u"Rows", rows)) ||
-        FAILED(host::GetObject(table, u"Columns", columns)) ||
-        FAILED(host::GetInt32(rows, u"Count", rowCount)) ||
-        FAILED(host::GetInt32(columns, u"Count", columnCount))) {
-        return;
-    }
+    if (!ReadTable(tableShape, table, rowCount, columnCount)) return;
     for (std::int32_t row = 1; row <= rowCount; ++row) {
         for (std::int32_t column = 1; column <= columnCount; ++column) {
-            const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
-            Variant cell;
-            if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) ||
-                cell.Type() != VarType::Object || !cell.ObjectValue()) {
-                continue;
-            }
             HostRef cellShape;
-            if (FAILED(host::GetObject(cell.ObjectValue(), u"Shape", cellShape)) ||
-                !cellShape->Answers(host::HostInterface::Shape)) {
-                continue;
-            }
+            if (!GetCellShape(table, row, column, cellShape)) continue;
             UnitAddress cellContext = context;
             cellContext.kind = UnitKind::TableCell;
             cellContext.row = row;

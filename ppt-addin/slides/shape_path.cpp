@@ -28,22 +28,6 @@ HRESULT ShapeAt(const HostRef& collection, std::int32_t index, HostRef& shape) {
     return host::GetItem(collection, index, shape);
 }
 
-bool TableCellShape(const HostRef& table, std::int32_t row, std::int32_t column, HostRef& shape) {
-    const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
-    Variant cell;
-    if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) || cell.Type() != VarType::Object ||
-        !cell.ObjectValue()) {
-        return false;
-    }
-    HostRef candidate;
-    if (FAILED(host::GetObject(cell.ObjectValue(), u"Shape", candidate)) ||
-        !candidate->Answers(host::HostInterface::Shape)) {
-        return false;
-    }
-    shape = std::move(candidate);
-    return true;
-}
-
 HRESULT LocateOnPage(const HostRef& shapes, const UnitAddress& address, HostRef& shape) {
     const std::vector<std::int32_t>& path = address.shapePath;
     // Positions 0 to 31 only: a deeper path was never produced by a walk.
@@ -204,6 +188,29 @@ HRESULT LocateNotesShape(const HostRef& slides, std::int32_t slideIndex, const U
     return LocateOnPage(shapes, address, shape);
 }
 
+bool ReadTable(const HostRef& tableShape, HostRef& table, std::int32_t& rows,
+               std::int32_t& columns) {
+    HostRef rowList, columnList;
+    return SUCCEEDED(host::GetObject(tableShape, u"Table", table)) &&
+           SUCCEEDED(host::GetObject(table, u"Rows", rowList)) &&
+           SUCCEEDED(host::GetObject(table, u"Columns", columnList)) &&
+           SUCCEEDED(host::GetInt32(rowList, u"Count", rows)) &&
+           SUCCEEDED(host::GetInt32(columnList, u"Count", columns));
+}
+
+bool GetCellShape(const HostRef& table, std::int32_t row, std::int32_t column, HostRef& shape) {
+    const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
+    Variant cell;
+    HostRef candidate;
+    if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) || cell.Type() != VarType::Object ||
+        !cell.ObjectValue() || FAILED(host::GetObject(cell.ObjectValue(), u"Shape", candidate)) ||
+        !candidate->Answers(host::HostInterface::Shape)) {
+        return false;
+    }
+    shape = std::move(candidate);
+    return true;
+}
+
 bool SameShape(const HostRef& a, const HostRef& b) {
     if (!a || !b) return false;
     if (host::SameIdentity(a, b)) return true;
@@ -239,19 +246,13 @@ bool FindShapeInGroup(const HostRef& groupShapes, const HostRef& target,
 
 bool FindCellOfShape(const HostRef& tableShape, const HostRef& target, std::int32_t& outRow,
                      std::int32_t& outColumn) {
-    HostRef table, rows, columns;
+    HostRef table;
     std::int32_t rowCount = 0, columnCount = 0;
-    if (FAILED(host::GetObject(tableShape, u"Table", table)) ||
-        FAILED(host::GetObject(table, u"Rows", rows)) ||
-        FAILED(host::GetObject(table, u"Columns", columns)) ||
-        FAILED(host::GetInt32(rows, u"Count", rowCount)) ||
-        FAILED(host::GetInt32(columns, u"Count", columnCount))) {
-        return false;
-    }
+    if (!ReadTable(tableShape, table, rowCount, columnCount)) return false;
     for (std::int32_t r = 1; r <= rowCount; ++r) {
         for (std::int32_t c = 1; c <= columnCount; ++c) {
             HostRef cellShape;
-            if (!TableCellShape(table, r, c, cellShape)) return false;
+            if (!GetCellShape(table, r, c, cellShape)) return false;
             if (SameShape(cellShape, target)) {
                 outRow = r;
                 outColumn = c;

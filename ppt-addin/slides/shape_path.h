@@ -47,6 +47,13 @@ void ResetShapeUnreadableLogForTesting();
 [[nodiscard]] HRESULT LocateNotesShape(const host::HostRef& slides, std::int32_t slideIndex,
                                        const UnitAddress& address, host::HostRef& shape);
 
+// A table's Table, with its row and column counts.
+bool ReadTable(const host::HostRef& tableShape, host::HostRef& table, std::int32_t& rows,
+               std::int32_t& columns);
+// Cell(row, column) by name, then the cell's Shape, which must be a shape.
+bool GetCellShape(const host::HostRef& table, std::int32_t row, std::int32_t column,
+                  host::HostRef& shape);
+
 // One host object by identity, else by Id, else by Name.
 bool SameShape(const host::HostRef& a, const host::HostRef& b);
 // Depth-first search of `target` below `shapes`; the path grows and shrinks

@@ -53,17 +53,9 @@ bool SameShapeGroup(const UnitAddress& a, const UnitAddress& b) {
 }
 
 bool CellShape(const HostRef& tableShape, std::int32_t row, std::int32_t column, HostRef& out) {
-    HostRef table, cellShape;
-    if (FAILED(host::GetObject(tableShape, u"Table", table))) return false;
-    const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
-    Variant cell;
-    if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) || cell.Type() != VarType::Object ||
-        !cell.ObjectValue() || FAILED(host::GetObject(cell.ObjectValue(), u"Shape", cellShape)) ||
-        !cellShape->Answers(host::HostInterface::Shape)) {
-        return false;
-    }
-    out = std::move(cellShape);
-    return true;
+    HostRef table;
+    return SUCCEEDED(host::GetObject(tableShape, u"Table", table)) &&
+           GetCellShape(table, row, column, out);
 }
 
 // A frame's text as collection joins its paragraphs: without line ends.
