@@ -140,6 +140,8 @@ struct WorkbookModel {
     bool open = false;
     std::int32_t saves = 0;
     std::int32_t closes = 0;
+    std::int32_t editorHwnd = 0x30030;  // Application.Hwnd: the editor's main window
+    std::int32_t commits = 0;           // closes of the editor that redrew the chart
 };
 
 struct ChartModel {
