@@ -166,7 +166,7 @@ std::u16string NumberText(double value) {
 
 std::u16string CellText(const SheetCellModel& cell) {
     if (!cell.shownText.empty()) return cell.shownText;
-    return cell.isNumber ? NumberText(cell.number) : cell.text;
+    return (cell.isNumber ? NumberText(cell.number) : cell.text) + cell.formatSuffix;
 }
 
 SheetModel* FindSheet(WorkbookModel& book, const std::u16string& name) {

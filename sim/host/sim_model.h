@@ -95,6 +95,9 @@ struct SheetCellModel {
     bool isNumber = false;
     std::u16string shownText;  // empty: the value as text
     bool hasFormula = false;
+    // A format that shows a literal after the value (as @" kg" does); it
+    // stays with the cell when a new value is put.
+    std::u16string formatSuffix;
 };
 
 struct SheetModel {

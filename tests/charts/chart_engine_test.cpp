@@ -199,6 +199,74 @@ TEST_P(ChartRuns, ADefaultEngineCollectsChartsAndSmartArt) {
     EXPECT_EQ(nodes, 2);
 }
 
+TEST_P(ChartRuns, ASheetWriteThatFailsReportsEveryChangedSheetUnitOfTheChart) {
+    const bool wps = GetParam() == sim::HostKind::Wps;
+    EngineHarness h(GetParam());
+    sim::SimChartEditor editor(h.host);
+    ChartStepsConfig config;
+    config.isWpsHost = [wps] { return wps; };
+    config.editor = &editor;
+    h.offer = MakeChartOffer(config);
+    h.writers = MakeChartWriters(config);
+    DeckBuilder b;
+    ChartModel chart = sim::SampleChart();
+    chart.hasTitle = false;
+    chart.axes.clear();
+    chart.series[0].hasDataLabels = false;
+    b.Slide().Chart(u"Chart 1", chart);
+    auto deck = h.host.AddPresentation(b.Build());
+    // A text cell made by a formula: scanned like any other, never written.
+    deck->slides[0]->shapes[0]->chart->workbook.sheets[0].cells[{3, 1}].hasFormula = true;
+    const test::RunOutcome out = h.Run(h.Options());
+    EXPECT_EQ(out.closing, std::vector<std::string>{"complete"});
+    EXPECT_EQ(out.applied, 0);
+    EXPECT_EQ(out.firstApplyError,
+              u"shapes[1].sheet(Sheet1,1,2); shapes[1].sheet(Sheet1,1,3); "
+              u"shapes[1].sheet(Sheet1,2,1); shapes[1].sheet(Sheet1,3,1)");
+    const sim::SheetModel& sheet = deck->slides[0]->shapes[0]->chart->workbook.sheets[0];
+    EXPECT_EQ(sheet.Cell(1, 2)->text, u"DE<Sales>") << "the other cells hold their translation";
+    EXPECT_EQ(sheet.Cell(3, 1)->text, u"South");
+    EXPECT_EQ(editor.posts, 0) << "a write with a failed cell is never committed";
+    EXPECT_FALSE(deck->slides[0]->shapes[0]->chart->workbook.open);
+}
+
+TEST(ChartRunsOnWps, WithoutTheEditorCommitTheSheetUnitsFail) {
+    EngineHarness h(sim::HostKind::Wps);
+    sim::SimChartEditor editor(h.host);
+    editor.mode = sim::SimChartEditor::Mode::NeverAppears;
+    ChartStepsConfig config;
+    config.isWpsHost = [] { return true; };
+    config.editor = &editor;
+    h.offer = MakeChartOffer(config);
+    h.writers = MakeChartWriters(config);
+    auto deck = h.host.AddPresentation(ChartDeck());
+    const test::RunOutcome out = h.Run(h.Options());
+    EXPECT_EQ(out.closing, std::vector<std::string>{"complete"});
+    const ChartModel& embedded = *deck->slides[0]->shapes[1]->chart;
+    EXPECT_NE(out.firstApplyError.find(u"shapes[2].sheet(Sheet1,1,2)"), std::u16string::npos);
+    EXPECT_EQ(embedded.workbook.sheets[0].Cell(1, 2)->text, u"DE<Sales>");
+    EXPECT_EQ(embedded.series[0].name, u"Sales") << "no redraw without the editor's close";
+    EXPECT_EQ(embedded.title.text, u"DE<Revenue by region>");
+    EXPECT_FALSE(embedded.workbook.open);
+    EXPECT_EQ(embedded.workbook.closes, 2);
+}
+
+TEST(ChartRunsSmartArt, AGraphicWithoutUsableNodesIsCountedForTheSummary) {
+    EngineHarness h;
+    h.offer = MakeChartOffer();
+    h.writers = MakeChartWriters();
+    DeckBuilder b;
+    b.Slide().SmartArt(u"Diagram", {u"Plan"}).Text(u"Body", u"Hello");
+    auto deck = h.host.AddPresentation(b.Build());
+    deck->slides[0]->shapes[0]->smartArt->usable = false;
+    const test::RunOutcome out = h.Run(h.Options());
+    EXPECT_EQ(out.closing, std::vector<std::string>{"complete"});
+    EXPECT_EQ(out.lists.skippedSmartArt, 1);
+    EXPECT_EQ(out.lists.units.size(), 1u);
+    EXPECT_EQ(deck->slides[0]->shapes[0]->smartArt->nodes[0].text, u"Plan");
+    EXPECT_EQ(deck->slides[0]->shapes[1]->frame.text, u"DE<Hello>");
+}
+
 INSTANTIATE_TEST_SUITE_P(BothHosts, ChartRuns,
                          testing::Values(sim::HostKind::PowerPoint, sim::HostKind::Wps),
                          [](const testing::TestParamInfo<sim::HostKind>& info) {

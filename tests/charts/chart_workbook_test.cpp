@@ -138,6 +138,20 @@ TEST(WorkbookCells, GuardedCellsFailAloneAndTheWorkbookStillCloses) {
     });
 }
 
+TEST(WorkbookCells, AFormattedCellIsComparedAndVerifiedByWhatItShows) {
+    ChartOnSlide f;
+    f.Load();
+    f.Cell(2, 1).formatSuffix = u" area";
+    test::TraceLines lines;
+    // The scan saw "North area"; the value is put twice, and what the sheet
+    // then shows is still not the translation.
+    EXPECT_FALSE(
+        ApplySheetEdits(f.shape, {{u"Sheet1", 2, 1, u"North area", u"Nord"}}, ChartHost()));
+    EXPECT_EQ(f.host.Calls(u"Range", u"Value="), 2u);
+    EXPECT_EQ(f.Cell(2, 1).text, u"Nord");
+    EXPECT_EQ(lines.Count(u"Value put failed"), 1u);
+}
+
 TEST_F(WorkbookFixture, AGroupOfSheetUnitsWritesOnlyChangedTexts) {
     Load();
     RunLists lists;
