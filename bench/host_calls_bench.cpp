@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "charts/chart_steps.h"
 #include "foundation/text.h"
 #include "run/run_steps.h"
 #include "sim/host/deck_builder.h"
@@ -97,6 +98,51 @@ std::uint64_t WriteAll(bool fit, std::size_t& frameShapes) {
     return host.TotalCalls();
 }
 
+// Host calls per chart, collection and writeback: an embedded chart (its
+// workbook opened once to scan and once to write) and a linked one.
+struct ChartCalls {
+    double collect = 0;
+    double write = 0;
+};
+
+ChartCalls CountChartCalls(bool linked) {
+    constexpr int kCharts = 10;
+    sim::DeckBuilder b;
+    for (int i = 0; i < kCharts; ++i) {
+        sim::ChartModel chart = sim::SampleChart();
+        chart.isLinked = linked;
+        b.Slide().Chart(u"Chart", chart);
+    }
+    sim::SimHost host;
+    host.AddPresentation(b.Build());
+    RunOptions options;
+    const RunContext run = Context(host, options);
+    RunLists lists;
+    std::u16string message;
+    host.ResetCounts();
+    (void)CollectDeck(run, true, lists, message, MakeChartOffer());
+    ChartCalls calls;
+    calls.collect = static_cast<double>(host.TotalCalls()) / kCharts;
+    for (const auto& text : lists.texts)
+        lists.translations.push_back(u"DE " + text);
+    const ShapeUnitWriters writers = MakeChartWriters();
+    host.ResetCounts();
+    for (std::int32_t slide = 1; slide <= kCharts; ++slide) {
+        ApplySlideArgs args;
+        args.presentation = run.presentation;
+        args.lists = &lists;
+        args.options = &options;
+        args.slideIndex = slide;
+        args.targetSlide = slide;
+        args.writers = &writers;
+        std::int32_t applied = 0;
+        std::u16string error;
+        ApplySlide(args, applied, error);
+    }
+    calls.write = static_cast<double>(host.TotalCalls()) / kCharts;
+    return calls;
+}
+
 }  // namespace
 
 int main() {
@@ -143,5 +189,13 @@ int main() {
                 static_cast<unsigned long long>(collectCalls));
     std::printf("%-34s %10llu\n", "writeback and fit, total",
                 static_cast<unsigned long long>(writeAndFitCalls));
+    for (bool linked : {false, true}) {
+        const ChartCalls calls = CountChartCalls(linked);
+        std::printf("%-34s %10.1f\n",
+                    linked ? "linked chart, collection" : "embedded chart, collection",
+                    calls.collect);
+        std::printf("%-34s %10.1f\n",
+                    linked ? "linked chart, writeback" : "embedded chart, writeback", calls.write);
+    }
     return 0;
 }

@@ -19,9 +19,15 @@ enum class UnitKind : std::int32_t {
     Frame = 0,
     TableCell = 1,
     NotesFrame = 2,
-    ChartSlot = 3,
+    ChartTitle = 3,
     SmartArtNode = 4,
     SelectedCharacters = 5,
+    AxisTitle = 6,
+    Category = 7,
+    SeriesName = 8,
+    DataLabel = 9,
+    DisplayUnit = 10,
+    SheetCell = 11,
 };
 
 inline constexpr std::int32_t kMaxShapeDepth = 32;

@@ -1,10 +1,11 @@
 // The slide engine as the run controller sees it: collection of the deck,
 // the current slide or the selection; the bilingual copies; and the
 // writing of one slide, over the host's object model. Chart and SmartArt
-// shapes go to their own collector and writers when those are given.
+// shapes go to their own collector and writers; by default those of charts/.
 #pragma once
 
 #include "charts/bilingual_copy.h"
+#include "charts/chart_steps.h"
 #include "run/run_steps.h"
 #include "slides/collect.h"
 #include "slides/writeback.h"
@@ -16,7 +17,8 @@ inline constexpr std::uint32_t kCleanupGateRetryMs = 150;
 
 class SlideEngine : public RunSteps {
   public:
-    explicit SlideEngine(ShapeOffer offer = {}, ShapeUnitWriters writers = {})
+    explicit SlideEngine(ShapeOffer offer = MakeChartOffer(),
+                         ShapeUnitWriters writers = MakeChartWriters())
         : offer_(std::move(offer)), writers_(std::move(writers)) {}
 
     HRESULT Collect(const RunContext& run, RunLists& lists, std::u16string& message) override;

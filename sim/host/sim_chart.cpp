@@ -166,7 +166,7 @@ std::u16string NumberText(double value) {
 
 std::u16string CellText(const SheetCellModel& cell) {
     if (!cell.shownText.empty()) return cell.shownText;
-    return cell.isNumber ? NumberText(cell.number) : cell.text;
+    return (cell.isNumber ? NumberText(cell.number) : cell.text) + cell.formatSuffix;
 }
 
 SheetModel* FindSheet(WorkbookModel& book, const std::u16string& name) {
@@ -416,8 +416,8 @@ class WorkbookObject final : public SimObject {
             book.open = false;
             chart_->activated = false;
             ++book.closes;
-            // Closing with the changes saved shows them in the chart.
-            if (host_.Kind() == HostKind::Wps) RefreshChart(*chart_);
+            // On WPS the cells reach the chart only when its editor window
+            // closes (CommitChartEditor): a close by automation doesn't redraw.
         } else {
             return DISP_E_UNKNOWNNAME;
         }
@@ -507,7 +507,7 @@ HRESULT WorkbookPartObject::Get(std::u16string_view name, const Args& args, Vari
                 return S_OK;
             }
             if (name == u"hwnd") {
-                result = I4(0x30030);
+                result = I4(book.editorHwnd);
                 return S_OK;
             }
             break;
@@ -839,3 +839,19 @@ HostRef MakeSmartArt(SimHost& host, std::shared_ptr<ShapeModel> shape) {
 }
 
 }  // namespace qb::sim::detail
+
+namespace qb::sim {
+
+void CommitChartEditor(ChartModel& chart) {
+    WorkbookModel& book = chart.workbook;
+    if (!book.open) return;
+    ++book.saves;
+    ++book.closes;
+    ++book.commits;
+    book.open = false;
+    book.windowVisible = false;
+    chart.activated = false;
+    detail::RefreshChart(chart);
+}
+
+}  // namespace qb::sim

@@ -113,6 +113,10 @@ class SimHost {
     bool inPump_ = false;
 };
 
+// The WPS chart editor closing: the workbook is saved and closed, and the
+// chart shows its cells.
+void CommitChartEditor(ChartModel& chart);
+
 // Deep copies for Duplicate and Copy: the same shapes, ids and tags.
 std::shared_ptr<ShapeModel> CloneShape(const ShapeModel& shape);
 std::shared_ptr<SlideModel> CloneSlide(const SlideModel& slide);

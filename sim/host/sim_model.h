@@ -95,6 +95,9 @@ struct SheetCellModel {
     bool isNumber = false;
     std::u16string shownText;  // empty: the value as text
     bool hasFormula = false;
+    // A format that shows a literal after the value (as @" kg" does); it
+    // stays with the cell when a new value is put.
+    std::u16string formatSuffix;
 };
 
 struct SheetModel {
@@ -140,6 +143,8 @@ struct WorkbookModel {
     bool open = false;
     std::int32_t saves = 0;
     std::int32_t closes = 0;
+    std::int32_t editorHwnd = 0x30030;  // Application.Hwnd: the editor's main window
+    std::int32_t commits = 0;           // closes of the editor that redrew the chart
 };
 
 struct ChartModel {

@@ -117,7 +117,7 @@ struct RunOutcome {
 // One run of the real engine through the controller, to its end.
 class EngineHarness {
   public:
-    EngineHarness() {
+    explicit EngineHarness(sim::HostKind kind = sim::HostKind::PowerPoint) : host(kind) {
         StaGate::ResetForTesting();
         BusyPresentationRegistry::ResetForTesting();
         g_harnessUserActive = false;
