@@ -52,20 +52,6 @@ bool SameShapeGroup(const UnitAddress& a, const UnitAddress& b) {
     return true;
 }
 
-bool CellShape(const HostRef& tableShape, std::int32_t row, std::int32_t column, HostRef& out) {
-    HostRef table, cellShape;
-    if (FAILED(host::GetObject(tableShape, u"Table", table))) return false;
-    const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
-    Variant cell;
-    if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) || cell.Type() != VarType::Object ||
-        !cell.ObjectValue() || FAILED(host::GetObject(cell.ObjectValue(), u"Shape", cellShape)) ||
-        !cellShape->Answers(host::HostInterface::Shape)) {
-        return false;
-    }
-    out = std::move(cellShape);
-    return true;
-}
-
 // A frame's text as collection joins its paragraphs: without line ends.
 std::u16string WithoutLineEnds(std::u16string_view text) {
     std::u16string out;
@@ -219,6 +205,20 @@ class GroupWriter {
 };
 
 }  // namespace
+
+bool CellShape(const HostRef& tableShape, std::int32_t row, std::int32_t column, HostRef& out) {
+    HostRef table, cellShape;
+    if (FAILED(host::GetObject(tableShape, u"Table", table))) return false;
+    const Variant args[2] = {Variant::I4(column), Variant::I4(row)};
+    Variant cell;
+    if (FAILED(host::DispCall(table, u"Cell", args, 2, &cell)) || cell.Type() != VarType::Object ||
+        !cell.ObjectValue() || FAILED(host::GetObject(cell.ObjectValue(), u"Shape", cellShape)) ||
+        !cellShape->Answers(host::HostInterface::Shape)) {
+        return false;
+    }
+    out = std::move(cellShape);
+    return true;
+}
 
 std::u16string NormalizeTranslation(std::u16string_view text) {
     std::u16string out;
