@@ -479,9 +479,15 @@ void PptCtrl::Finish() {
 }
 
 bool PptCtrl::Abort() {
-    aborting_ = true;
     shared_->config.cancelled = 1;
     shared_->config.paused = 0;
+    // Called from a pump inside a tick (the broken phrase pass of Finish):
+    // the run below still uses this object, and its tick ends it.
+    if (inTick_) {
+        Trace(u"PptCtrl abort: run finishing, left to its tick\r\n");
+        return false;
+    }
+    aborting_ = true;
     platform::Clock& clock = platform::CurrentClock();
     for (std::uint32_t waited = 0; worker_.Started() && !worker_.Finished();
          waited += kAbortPollMs) {

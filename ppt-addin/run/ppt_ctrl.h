@@ -40,7 +40,8 @@ class PptCtrl {
     // The pane's run tick. True when the run has finished.
     bool Tick();
     // True when the worker has ended and the run is finished; false when it
-    // is still busy and this object must stay alive.
+    // is still busy, or a tick below this call is finishing the run, and
+    // this object must stay alive.
     bool Abort();
     // True when the slide was dealt with (also when single units failed).
     bool TryApplySlide(std::int32_t slide, bool guardUserInput, bool bilingual);

@@ -4,6 +4,8 @@
 // shapes go to their own collector and writers; by default those of charts/.
 #pragma once
 
+#include <functional>
+
 #include "charts/bilingual_copy.h"
 #include "charts/chart_steps.h"
 #include "run/run_steps.h"
@@ -14,6 +16,14 @@ namespace qb {
 
 inline constexpr std::int32_t kCleanupGateTries = 5;
 inline constexpr std::uint32_t kCleanupGateRetryMs = 150;
+// The broken phrase pass waits out the gate's hold after its previous
+// write, up to this long a frame.
+inline constexpr std::uint32_t kPhraseGateWaitLimitMs = 2000;
+
+// One phrase through the run's own road to the service; false when the
+// exchange failed.
+using PhraseTranslator =
+    std::function<bool(const std::u16string& text, std::u16string& translation)>;
 
 class SlideEngine : public RunSteps {
   public:
@@ -30,14 +40,20 @@ class SlideEngine : public RunSteps {
                     std::int32_t& applied, std::u16string& firstApplyError) override;
     std::int32_t SourceSlideIndex(const RunContext& run, std::int32_t slide) override;
     std::int32_t LocateBilingualCopy(const RunContext& run, std::int32_t slide) override;
-    // The pass over broken CJK phrases after the last slide belongs to the
-    // pane's bridge and is not part of this engine yet.
-    void BrokenPhrasePass(const RunContext&, const RunLists&, std::int32_t&) override {}
+    // Frames of CJK pieces that came back untranslated one by one are sent
+    // again whole, and the answer replaces the whole frame.
+    void BrokenPhrasePass(const RunContext& run, const RunLists& lists,
+                          std::int32_t& applied) override;
+    // The pane gives the pass its road (the run's bridge or service).
+    void SetPhraseTranslator(PhraseTranslator translator) {
+        translatePhrase_ = std::move(translator);
+    }
 
   private:
     ShapeOffer offer_;
     ShapeUnitWriters writers_;
     BilingualCopies copies_;
+    PhraseTranslator translatePhrase_;
 };
 
 }  // namespace qb

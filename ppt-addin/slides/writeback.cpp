@@ -52,12 +52,6 @@ bool SameShapeGroup(const UnitAddress& a, const UnitAddress& b) {
     return true;
 }
 
-bool CellShape(const HostRef& tableShape, std::int32_t row, std::int32_t column, HostRef& out) {
-    HostRef table;
-    return SUCCEEDED(host::GetObject(tableShape, u"Table", table)) &&
-           GetCellShape(table, row, column, out);
-}
-
 // A frame's text as collection joins its paragraphs: without line ends.
 std::u16string WithoutLineEnds(std::u16string_view text) {
     std::u16string out;
@@ -211,6 +205,12 @@ class GroupWriter {
 };
 
 }  // namespace
+
+bool CellShape(const HostRef& tableShape, std::int32_t row, std::int32_t column, HostRef& out) {
+    HostRef table;
+    return SUCCEEDED(host::GetObject(tableShape, u"Table", table)) &&
+           GetCellShape(table, row, column, out);
+}
 
 std::u16string NormalizeTranslation(std::u16string_view text) {
     std::u16string out;

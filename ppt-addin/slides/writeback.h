@@ -39,6 +39,9 @@ void CaptureFont(const host::HostRef& range, FontSnapshot& snapshot);
 // Puts back each saved value that the host has moved; mixed values stay.
 void RestoreFont(const host::HostRef& range, const FontSnapshot& snapshot);
 bool WriteRangeText(const host::HostRef& range, const std::u16string& text);
+// The shape of a table's cell (row, column), which must answer Shape.
+bool CellShape(const host::HostRef& tableShape, std::int32_t row, std::int32_t column,
+               host::HostRef& out);
 // Units of a shape's, a cell's or a notes shape's frame. Unless `source` is
 // null, the paragraph (or the frame) must still hold it, the text collected
 // for the unit: a position that now holds other text (a shape deleted or

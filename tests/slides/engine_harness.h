@@ -150,6 +150,7 @@ class EngineHarness {
 
     RunOutcome Run(const RunOptions& options) {
         SlideEngine engine(offer, writers);
+        if (phrase) engine.SetPhraseTranslator(phrase);
         PptCtrl run(host.Application(), engine);
         RunOutcome out;
         RunCallbacks callbacks;
@@ -179,6 +180,8 @@ class EngineHarness {
     std::function<std::u16string(std::u16string_view)> translate = Pseudo;
     ShapeOffer offer;
     ShapeUnitWriters writers;
+    // The broken phrase pass's road; unset: the pass does nothing.
+    PhraseTranslator phrase;
     // Runs on the test's thread once everything is translated and before
     // the first slide is written: a user's edit in the middle of a run.
     std::function<void()> beforeWrites;
