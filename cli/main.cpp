@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "charts/chart_steps.h"
 #include "cli/cli_options.h"
 #include "cli/report.h"
 #include "foundation/platform.h"
@@ -20,6 +21,7 @@
 #include "run/ppt_ctrl.h"
 #include "run/service_client.h"
 #include "sim/host/deck_file.h"
+#include "sim/host/sim_editor.h"
 #include "sim/host/sim_host.h"
 #include "sim/service/stand_in_service.h"
 #include "slides/slide_engine.h"
@@ -210,7 +212,14 @@ int Run(const Options& o) {
     SetHttpEndpointForTesting(U16(serviceHost), port);
 
     const auto before = CopyDeck(*deck);
-    SlideEngine engine;
+    // Charts and SmartArt as the posed host has them; on WPS the chart
+    // editor is the simulated one.
+    sim::SimChartEditor editor(host);
+    ChartStepsConfig charts;
+    const bool wps = loaded.kind == sim::HostKind::Wps;
+    charts.isWpsHost = [wps] { return wps; };
+    charts.editor = &editor;
+    SlideEngine engine(MakeChartOffer(charts), MakeChartWriters(charts));
     PptCtrl run(host.Application(), engine);
     RunOptions options;
     options.scope = o.scope == Scope::Deck    ? RunScope::FullDeck
