@@ -19,6 +19,7 @@
 #include "run/service_client.h"
 #include "run/sim_run_steps.h"
 #include "run/sta_gate.h"
+#include "run/terminology.h"
 #include "sim/host/deck_builder.h"
 #include "sim/host/json_value.h"
 #include "sim/host/sim_host.h"
@@ -501,6 +502,42 @@ TEST_F(NativeRoadRunTest, TheAccessTokenNeverReachesALogFile) {
         << "the log files were not found";
     EXPECT_NE(logs.find(u"cpp.http.translate"), std::u16string::npos);
     EXPECT_EQ(logs.find(u"sEcReT"), std::u16string::npos);
+}
+
+TEST(TerminologyExchangeTest, ResolveCarriesTheRunsInputsOnceAndEmptyTokenSendsNothing) {
+    sim::StandInService service;
+    ASSERT_TRUE(service.Start());
+    service.AddTerm(u"g1", {u"board", u"BOARD", u"n", true});
+    service.AddTerm(u"g1", {u"absent", u"X", u"", true});
+    service.SetInstruction(u"i1", u"Be formal");
+    HttpEndpoint endpoint;
+    endpoint.host = u"127.0.0.1";
+    endpoint.port = static_cast<std::uint16_t>(service.Port());
+    endpoint.secure = false;
+    const std::u16string token = Utf8ToUtf16(service.Token());
+
+    EXPECT_TRUE(
+        ResolveTerminologyNative(endpoint, u"", {u"g1"}, u"i1", {u"the board"}).entries.empty());
+    EXPECT_TRUE(service.RequestsTo("/v1/terminology/resolve").empty());
+
+    const TerminologyResult result =
+        ResolveTerminologyNative(endpoint, token, {u"g1"}, u"i1", {u"the board", u"b"});
+    const auto requests = service.RequestsTo("/v1/terminology/resolve");
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].body,
+              "{\"glossaryIds\":[\"g1\"],\"instructionId\":\"i1\",\"corpusTexts\":[\"the board\","
+              "\"b\"],\"maxEntries\":200}");
+    EXPECT_EQ(requests[0].authorization, "Bearer " + service.Token());
+    EXPECT_EQ(result.instruction, u"Be formal");
+    ASSERT_EQ(result.entries.size(), 1u);
+    EXPECT_EQ(result.entries[0].target, u"BOARD");
+
+    sim::Fault drop;
+    drop.kind = sim::FaultKind::Drop;
+    service.FailNext("/v1/terminology/resolve", drop);
+    EXPECT_TRUE(
+        ResolveTerminologyNative(endpoint, token, {u"g1"}, u"i1", {u"board"}).entries.empty());
+    service.Stop();
 }
 
 }  // namespace
