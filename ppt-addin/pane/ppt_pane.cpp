@@ -6,14 +6,18 @@
 #include <cstdio>
 #include <mutex>
 
+#include "charts/chart_steps.h"
 #include "foundation/platform.h"
 #include "foundation/text.h"
 #include "foundation/trace.h"
 #include "foundation/ui_strings.h"
 #include "pane/panel_text.h"
 #include "run/batch_loop.h"
+#include "run/client_identity.h"
 #include "run/json.h"
+#include "run/service_client.h"
 #include "run/sta_gate.h"
+#include "run/terminology.h"
 #include "slides/automation.h"
 #include "slides/selection.h"
 #include "slides/target_style.h"
@@ -82,6 +86,44 @@ TranslateBatchResult Failed(std::u16string code, std::u16string message) {
     return result;
 }
 
+// What a pane's services are when nobody put a fake in their place: the
+// add-in's own readers, the service exchange of terminology and the chart
+// steps of the host the pane is in.
+PaneServices WithProductServices(PaneServices services, const PaneSetup& setup) {
+    if (!services.docKey) services.docKey = ReadDocKey;
+    if (!services.clientInfo) services.clientInfo = BuildClientInfo;
+    if (!services.exportLocalSnapshot) services.exportLocalSnapshot = ExportLocalSnapshot;
+    if (!services.nativeTerminology) {
+        HttpEndpoint endpoint;
+        endpoint.host = setup.serviceHost;
+        endpoint.port = setup.servicePort;
+        endpoint.secure = setup.serviceSecure;
+        services.nativeTerminology = [endpoint](const std::vector<std::u16string>& corpusTexts,
+                                                const std::u16string& accessToken,
+                                                const std::vector<std::u16string>& glossaryIds,
+                                                const std::u16string& instructionId,
+                                                std::u16string& instruction,
+                                                std::vector<TranslationGlossaryItem>& glossary) {
+            ApplyTerminology(ResolveTerminologyNative(endpoint, accessToken, glossaryIds,
+                                                      instructionId, corpusTexts),
+                             instruction, glossary);
+        };
+    }
+    if (!services.applyTerminology) {
+        services.applyTerminology = [](const std::u16string& result, std::u16string& instruction,
+                                       std::vector<TranslationGlossaryItem>& glossary) {
+            ApplyTerminology(ParseTerminologyReply(result), instruction, glossary);
+        };
+    }
+    if (!services.offer || !services.writers.applyChartUnit) {
+        ChartStepsConfig charts;
+        charts.isWpsHost = [wps = setup.wpsHost] { return wps; };
+        if (!services.offer) services.offer = MakeChartOffer(charts);
+        if (!services.writers.applyChartUnit) services.writers = MakeChartWriters(charts);
+    }
+    return services;
+}
+
 }  // namespace
 
 // --- Process-wide state -----------------------------------------------------
@@ -142,7 +184,7 @@ PptPane::PptPane(PaneView& view, PaneSetup setup)
     : view_(view),
       application_(std::move(setup.application)),
       hostThreadId_(platform::CurrentThreadId()),
-      services_(std::move(setup.services)),
+      services_(WithProductServices(std::move(setup.services), setup)),
       wpsHost_(setup.wpsHost),
       serviceHost_(std::move(setup.serviceHost)),
       servicePort_(setup.servicePort),
@@ -554,6 +596,7 @@ void PptPane::StartRun(const std::u16string& message) {
         };
     } else {
         options.nativeRoad = services_.nativeRoad;
+        options.nativeService = true;
     }
     // The worker reads copies made now: the page may change the pane's
     // token or lists while the run goes on.

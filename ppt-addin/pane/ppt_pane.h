@@ -21,17 +21,17 @@
 
 namespace qb {
 
-// What the pane takes from its neighbours, each wired by the shell; a
-// missing one answers as the comment says.
+// What the pane takes from its neighbours. Each left unset gets the
+// product's own (the add-in sets none); tests put fakes in their place.
 struct PaneServices {
-    // The document key of a presentation (never called without one); unset:
-    // the answer carries no data.
+    // The document key of a presentation (never called without one).
     std::function<std::u16string(const host::HostRef& presentation)> docKey;
-    // The local snapshot's JSON text; unset or empty: the answer's data is null.
+    // The local snapshot's JSON text; empty: the answer's data is null.
     std::function<std::u16string()> exportLocalSnapshot;
-    // The client info object; unset or empty: null.
+    // The client info object; empty: null.
     std::function<std::u16string()> clientInfo;
-    // The service road of a batch when a run doesn't go through the page.
+    // The service road of a batch when a run doesn't go through the page;
+    // unset: the worker posts to the service itself with the run's token.
     BatchTransport nativeRoad;
     // The service road of terminology, with the run's token, glossary ids and
     // global instruction id. Unset: the run goes on without terminology.
@@ -52,7 +52,8 @@ struct PaneServices {
     // The COM object's reference, taken for a run and let go at its end.
     std::function<void()> addRef;
     std::function<void()> release;
-    // Chart and SmartArt collection and writing for the run's engine.
+    // Chart and SmartArt collection and writing for the run's engine; unset:
+    // the engine's own, told which host the pane is in.
     ShapeOffer offer;
     ShapeUnitWriters writers;
 };

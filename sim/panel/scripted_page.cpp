@@ -4,7 +4,10 @@
 #include <algorithm>
 
 #include "foundation/platform.h"
+#include "foundation/text.h"
 #include "run/json.h"
+#include "run/service_client.h"
+#include "sim/host/json_value.h"
 
 namespace qb::sim {
 namespace {
@@ -24,7 +27,119 @@ std::u16string Inside(const std::u16string& script, std::size_t from) {
                                                      : script.substr(from, end - from);
 }
 
+// How long a pump waits in real time for a service answer the page awaits.
+constexpr std::uint32_t kServiceWaitMs = 50;
+
+// The batch a translateBatchRequest carries, read back as the page would.
+TranslateBatchRequest BatchOfMessage(const std::u16string& json) {
+    TranslateBatchRequest request;
+    const std::optional<JsonValue> message = ParseJson(Utf16ToUtf8(json));
+    if (!message || !message->IsObject()) return request;
+    const auto text = [&](const JsonValue& object, std::u16string_view key) {
+        const JsonValue* value = object.Find(key);
+        return value && value->IsString() ? value->StringValue() : std::u16string();
+    };
+    const auto texts = [&](std::u16string_view key) {
+        std::vector<std::u16string> out;
+        if (const JsonValue* list = message->Find(key); list && list->IsArray()) {
+            for (const JsonValue& item : list->Items())
+                out.push_back(item.IsString() ? item.StringValue() : std::u16string());
+        }
+        return out;
+    };
+    request.texts = texts(u"texts");
+    request.unitIds = texts(u"unitIds");
+    request.sourceLang = text(*message, u"sourceLang");
+    request.targetLang = text(*message, u"targetLang");
+    request.usageKind = text(*message, u"usageKind");
+    request.clientProduct = text(*message, u"clientProduct");
+    request.instruction = text(*message, u"instruction");
+    request.clientTraceId = text(*message, u"clientTraceId");
+    if (const JsonValue* list = message->Find(u"glossary"); list && list->IsArray()) {
+        for (const JsonValue& item : list->Items()) {
+            if (!item.IsObject()) continue;
+            request.glossary.push_back(
+                {text(item, u"source"), text(item, u"target"), text(item, u"note")});
+        }
+    }
+    const JsonValue* runId = message->Find(u"runId");
+    if (runId && runId->IsInteger())
+        request.runId = static_cast<std::uint64_t>(runId->IntegerValue());
+    const JsonValue* seq = message->Find(u"batchSeq");
+    if (seq && seq->IsInteger()) request.batchSeq = static_cast<std::uint32_t>(seq->IntegerValue());
+    return request;
+}
+
+// A failure as the page words it. A batch carries the service's own code
+// ("unauthorized" ends the run at once); a resolve refused for sign-in or
+// payment carries the bare status, which lets the run go on without terms.
+std::u16string FailureCode(bool terminology, std::uint32_t status,
+                           const std::u16string& serviceCode) {
+    if (terminology && (status == 401 || status == 402)) {
+        return DecimalText(static_cast<long long>(status));
+    }
+    return serviceCode.empty() ? std::u16string(u"service_error") : serviceCode;
+}
+
 }  // namespace
+
+ScriptedPage::~ScriptedPage() {
+    for (std::thread& thread : serviceThreads_)
+        thread.join();
+}
+
+void ScriptedPage::AskService(std::u16string requestJson, bool terminology) {
+    ++serviceCalls_;
+    serviceThreads_.emplace_back([this, json = std::move(requestJson), terminology,
+                                  token = token_] {
+        const std::u16string requestId = ReadJsonString(json, u"requestId");
+        JsonObjectWriter answer;
+        answer
+            .String(u"action", terminology ? u"terminologyResolveResult" : u"translateBatchResult")
+            .String(u"requestId", requestId);
+        std::u16string error;
+        std::uint32_t status = 0;
+        const std::u16string* bearer = token.empty() ? nullptr : &token;
+        if (terminology) {
+            const std::u16string body =
+                JsonObjectWriter()
+                    .Raw(u"glossaryIds", JsonStringArray(ReadJsonStringArray(json, u"glossaryIds")))
+                    .String(u"instructionId", ReadJsonString(json, u"instructionId"))
+                    .Raw(u"corpusTexts", JsonStringArray(ReadJsonStringArray(json, u"corpusTexts")))
+                    .Integer(u"maxEntries", 200)
+                    .Finish();
+            const std::u16string reply =
+                HttpPostJson(HttpEndpoint(), kTerminologyPath, Utf16ToUtf8(body), &error, bearer,
+                             nullptr, nullptr, &status);
+            if (status == 200 && !reply.empty() && reply.front() == u'{') {
+                answer.Bool(u"ok", true).Raw(u"result", reply);
+            } else {
+                answer.Bool(u"ok", false)
+                    .String(u"code", FailureCode(true, status, ReadJsonString(reply, u"code")))
+                    .String(u"message", reply.empty() ? error : ReadFailureText(reply));
+            }
+        } else {
+            const TranslateBatchRequest request = BatchOfMessage(json);
+            const std::u16string reply = HttpPostJson(HttpEndpoint(), kTranslatePath,
+                                                      Utf16ToUtf8(BuildTranslateBody(request)),
+                                                      &error, bearer, nullptr, nullptr, &status);
+            const TranslateBatchResult result =
+                ReadTranslateReply(reply, status, error, request.texts.size());
+            if (result.ok) {
+                answer.Bool(u"ok", true)
+                    .Raw(u"translations", JsonStringArray(result.translations))
+                    .Raw(u"unitIds", JsonStringArray(result.unitIds.empty() ? request.unitIds
+                                                                            : result.unitIds));
+            } else {
+                answer.Bool(u"ok", false)
+                    .String(u"code", FailureCode(false, status, result.code))
+                    .String(u"message", result.message);
+            }
+        }
+        view_.PostJob([this, text = answer.Finish()] { pane_.HandleWebMessage(text); });
+        --serviceCalls_;
+    });
+}
 
 ScriptedPage::ScriptedPage(SimHost& host, PptPane& pane, RecordingView& view)
     : host_(host), pane_(pane), view_(view) {
@@ -140,6 +255,11 @@ void ScriptedPage::OnMessage(const std::u16string& json) {
             reply = batchReplies_.front();
             batchReplies_.pop_front();
         }
+        if (useService_ && reply.kind == PageReply::Kind::Answer && reply.delayMs == 0 &&
+            reply.dropTranslations == 0) {
+            AskService(json, false);
+            return;
+        }
         const auto answerFor = [&](const std::u16string& id) {
             JsonObjectWriter answer;
             answer.String(u"action", u"translateBatchResult").String(u"requestId", id);
@@ -168,6 +288,10 @@ void ScriptedPage::OnMessage(const std::u16string& json) {
         if (!terminologyReplies_.empty()) {
             reply = terminologyReplies_.front();
             terminologyReplies_.pop_front();
+        }
+        if (useService_ && reply.kind == PageReply::Kind::Answer && reply.delayMs == 0) {
+            AskService(json, true);
+            return;
         }
         const auto answerFor = [&](const std::u16string& id) {
             JsonObjectWriter answer;
@@ -231,6 +355,13 @@ bool ScriptedPage::PumpUntil(const std::function<bool()>& done, std::uint64_t ma
         moved += view_.FireDueTimers();
         if (done()) return true;
         if (moved > 0) continue;
+        // The page's own service call is under way: time stands still for
+        // it, as the answer is real work, not a scripted delay.
+        if (serviceCalls_.load() > 0) {
+            if (clock.TickCount64() - start >= maxHandMs) return false;
+            (void)view_.WaitForJob(kServiceWaitMs);
+            continue;
+        }
         // A worker that is still at work posts its next message soon; one
         // that waits for an answer this page holds back needs time to pass.
         const bool workerBusy = pane_.RunInProgress() || !pane_.WaitingRequestIds().empty();
@@ -250,7 +381,7 @@ bool ScriptedPage::PumpUntilIdle(std::uint64_t maxHandMs) {
     return PumpUntil(
         [this] {
             return !pane_.RunInProgress() && !pane_.DeferredStartArmed() &&
-                   view_.QueuedJobs() == 0 && scheduled_.empty();
+                   view_.QueuedJobs() == 0 && scheduled_.empty() && serviceCalls_.load() == 0;
         },
         maxHandMs);
 }

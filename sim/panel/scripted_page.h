@@ -7,12 +7,14 @@
 // idle, so whole runs go through the panel road on the simulated host.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -67,6 +69,8 @@ class ScriptedPage {
         std::function<std::u16string(const std::u16string& text, const std::u16string& targetLang)>;
 
     ScriptedPage(SimHost& host, PptPane& pane, RecordingView& view);
+    // Waits for the page's service calls that are still out.
+    ~ScriptedPage();
     ScriptedPage(const ScriptedPage&) = delete;
     ScriptedPage& operator=(const ScriptedPage&) = delete;
 
@@ -76,13 +80,19 @@ class ScriptedPage {
     void SetTranslator(Translator translator) { translator_ = std::move(translator); }
     static std::u16string PseudoTranslation(const std::u16string& text,
                                             const std::u16string& targetLang);
+    // The page calls the service itself, as the real panel does: a request
+    // whose reply is Kind::Answer goes to "/v1/translate" (or the resolve
+    // path) of the endpoint in force with the token the page holds, on a
+    // thread of its own, and its answer is the service's. A status 401 or
+    // 402 reaches the pane as that code word.
+    void UseService(bool on) { useService_ = on; }
     // Replies for the next batch requests, in order; then the default one.
     void QueueBatchReplies(std::vector<PageReply> replies);
     PageReply defaultBatchReply;
     void QueueTerminologyReplies(std::vector<PageReply> replies);
     PageReply defaultTerminologyReply;
     // The result object of a terminology answer.
-    std::u16string terminologyResult = u"{\"instruction\":\"\",\"glossary\":[]}";
+    std::u16string terminologyResult = u"{\"instruction\":\"\",\"entries\":[]}";
     // Window functions this page lacks: calls of them do nothing.
     std::set<std::u16string> missingFunctions;
     bool navigationSucceeds = true;
@@ -136,6 +146,9 @@ class ScriptedPage {
     void Deliver(std::uint32_t delayMs, std::u16string json);
     std::size_t DeliverDue();
     bool WorkerWaitsOnPage() const;
+    // Posts the request to the service off the host's thread; the answer
+    // comes back as a web message.
+    void AskService(std::u16string requestJson, bool terminology);
 
     SimHost& host_;
     PptPane& pane_;
@@ -154,6 +167,9 @@ class ScriptedPage {
     std::u16string token_;
     std::u16string loadedUrl_;
     std::size_t skippedCalls_ = 0;
+    bool useService_ = false;
+    std::atomic<int> serviceCalls_{0};  // out at the service now
+    std::vector<std::thread> serviceThreads_;
 };
 
 }  // namespace qb::sim

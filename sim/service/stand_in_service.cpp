@@ -151,6 +151,31 @@ struct StandInService::Impl {
         return changed.wait_for(hold, std::chrono::milliseconds(ms), [&] { return stopping; });
     }
 
+    static std::u16string TranslateWithTerms(
+        const std::u16string& text, const std::u16string& targetLang,
+        const std::vector<std::pair<std::u16string, std::u16string>>& terms) {
+        std::u16string out;
+        std::size_t from = 0;
+        for (;;) {
+            std::size_t at = std::u16string::npos;
+            const std::pair<std::u16string, std::u16string>* term = nullptr;
+            for (const auto& candidate : terms) {
+                const std::size_t found = text.find(candidate.first, from);
+                if (found < at) {
+                    at = found;
+                    term = &candidate;
+                }
+            }
+            if (!term) break;
+            if (at > from) out += PseudoTranslate(text.substr(from, at - from), targetLang);
+            out += term->second;
+            from = at + term->first.size();
+        }
+        if (from < text.size() || text.empty())
+            out += PseudoTranslate(text.substr(from), targetLang);
+        return out;
+    }
+
     static void Reply(httplib::Response& response, int status, const JsonValue& body) {
         response.status = status;
         response.set_content(WriteJson(body), "application/json; charset=utf-8");
@@ -178,9 +203,23 @@ struct StandInService::Impl {
         const std::string context = CheckContext(request);
         if (!context.empty()) return Reply(response, 400, ErrorBody("bad_request", context));
 
+        // The batch's glossary wins over the pseudo-translation: each term's
+        // source comes out as its target, as it stands.
+        std::vector<std::pair<std::u16string, std::u16string>> terms;
+        if (const JsonValue* glossary = request.Find(u"glossary");
+            glossary && glossary->IsArray()) {
+            for (const JsonValue& item : glossary->Items()) {
+                const JsonValue* source = item.IsObject() ? item.Find(u"source") : nullptr;
+                const JsonValue* target = item.IsObject() ? item.Find(u"target") : nullptr;
+                if (source && target && source->IsString() && target->IsString() &&
+                    !source->StringValue().empty()) {
+                    terms.emplace_back(source->StringValue(), target->StringValue());
+                }
+            }
+        }
         JsonValue translations = JsonValue::Array();
         for (const std::u16string& text : *texts) {
-            std::u16string translated = PseudoTranslate(text, targetLang);
+            std::u16string translated = TranslateWithTerms(text, targetLang, terms);
             if (fault.kind == FaultKind::DamagedPlaceholders) {
                 translated = RemoveLockedTokens(translated);
             }

@@ -7,7 +7,9 @@
 
 #include "pane/pane_fixture.h"
 #include "pane/panel_text.h"
+#include "run/client_identity.h"
 #include "run/json.h"
+#include "run/service_client.h"
 
 namespace qb::test {
 namespace {
@@ -175,6 +177,22 @@ TEST_F(PaneTest, LocalQueriesAnswerThroughTheResponseFunction) {
               "{\"requestId\":\"r4\",\"ok\":true,\"data\":{\"docKey\":\"_no_doc\"}}");
     EXPECT_EQ(U8(page->LocalAnswers()[1]),
               "{\"requestId\":\"r5\",\"ok\":true,\"data\":{\"client\":\"ppt\"}}");
+}
+
+TEST_F(PaneTest, AQueryWithoutAFakeIsAnsweredByTheAddInsOwnReaders) {
+    deck->fullName = u"C:\\Decks\\Plan.pptx";
+    MakePane();
+    page->Send(u"{\"action\":\"docKeyGet\",\"requestId\":\"k\"}");
+    page->Send(u"{\"action\":\"clientInfoGet\",\"requestId\":\"c\"}");
+    ASSERT_TRUE(page->PumpUntilIdle());
+    ASSERT_EQ(page->LocalAnswers().size(), 2u);
+    EXPECT_EQ(U8(page->LocalAnswers()[0]),
+              "{\"requestId\":\"k\",\"ok\":true,\"data\":{\"docKey\":\"" +
+                  U8(DocKeyFromFullName(deck->fullName)) + "\"}}");
+    const std::u16string info = page->LocalAnswers()[1];
+    EXPECT_EQ(ReadJsonString(info, u"installId"), GetInstallId());
+    EXPECT_FALSE(ReadJsonString(info, u"os").empty());
+    EXPECT_NE(info.find(u"\"capabilities\":{\"pptBilingualSlides\":true"), std::u16string::npos);
 }
 
 TEST_F(PaneTest, MessagesWithoutAnAnswerLeaveOnlyTheirLogLine) {
