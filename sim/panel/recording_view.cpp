@@ -54,6 +54,7 @@ bool RecordingView::PostJob(std::function<void()> job) {
 }
 
 bool RecordingView::SetTimer(PaneTimer timer, std::uint32_t periodMs) {
+    if (onSetTimer) onSetTimer(timer);
     if (failingTimers.count(timer)) return false;
     timers_[timer] = Timer{periodMs, Now() + periodMs};
     return true;

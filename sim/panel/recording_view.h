@@ -67,6 +67,8 @@ class RecordingView : public PaneView {
     bool closed = false;
     std::vector<std::u16string> fonts;
     std::set<PaneTimer> failingTimers;  // SetTimer answers false for these
+    // Called as a timer is set, before SetTimer answers.
+    std::function<void(PaneTimer)> onSetTimer;
     PumpResult pumpAnswer = PumpResult::Pumped;
     std::size_t pumps = 0;
     // Outbound traffic as it happens, for the stand-in page.
