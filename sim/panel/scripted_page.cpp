@@ -7,6 +7,7 @@
 #include "foundation/text.h"
 #include "run/json.h"
 #include "run/service_client.h"
+#include "run/terminology.h"
 #include "sim/host/json_value.h"
 
 namespace qb::sim {
@@ -101,13 +102,9 @@ void ScriptedPage::AskService(std::u16string requestJson, bool terminology) {
         std::uint32_t status = 0;
         const std::u16string* bearer = token.empty() ? nullptr : &token;
         if (terminology) {
-            const std::u16string body =
-                JsonObjectWriter()
-                    .Raw(u"glossaryIds", JsonStringArray(ReadJsonStringArray(json, u"glossaryIds")))
-                    .String(u"instructionId", ReadJsonString(json, u"instructionId"))
-                    .Raw(u"corpusTexts", JsonStringArray(ReadJsonStringArray(json, u"corpusTexts")))
-                    .Integer(u"maxEntries", 200)
-                    .Finish();
+            const std::u16string body = BuildTerminologyBody(
+                ReadJsonStringArray(json, u"glossaryIds"), ReadJsonString(json, u"instructionId"),
+                ReadJsonStringArray(json, u"corpusTexts"));
             const std::u16string reply =
                 HttpPostJson(HttpEndpoint(), kTerminologyPath, Utf16ToUtf8(body), &error, bearer,
                              nullptr, nullptr, &status);
