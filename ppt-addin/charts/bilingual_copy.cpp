@@ -57,12 +57,6 @@ HRESULT Item(const HostRef& collection, std::int32_t index, HostRef& out) {
     return host::GetItem(collection, index, out);
 }
 
-std::u16string Hex8(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(hr));
-    return AsciiToUtf16(text);
-}
-
 std::u16string Around(const char16_t* before, std::int32_t index, const char16_t* after = u"") {
     return before + DecimalText(index) + after;
 }
@@ -331,8 +325,8 @@ bool BilingualCopies::MakeCopy(const HostRef& slides, const HostRef& source, std
     if (after > before) DeleteNewSlideAt(slides, after, known);
     range.reset();
     Trace(u"PptCtrl bilingual duplicate unusable source=" + DecimalText(index) + u" hr=0x" +
-          Hex8(hr) + u" count " + DecimalText(before) + u"->" + DecimalText(after) +
-          u"; fallback clipboard");
+          HexText(static_cast<std::uint32_t>(hr)) + u" count " + DecimalText(before) + u"->" +
+          DecimalText(after) + u"; fallback clipboard");
 
     if (FAILED(host::DispCall(source, u"Copy", nullptr, 0, nullptr))) {
         error = Around(u"\u672a\u80fd\u590d\u5236\u7b2c ", index,

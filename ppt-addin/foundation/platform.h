@@ -55,6 +55,10 @@ std::u16string GetKnownFolder(KnownFolder folder);
 // the override. Tests use it so that nothing touches the user's folders.
 void SetKnownFolderForTesting(KnownFolder folder, std::u16string path);
 
+// The full path of the process's main executable (not the add-in's file);
+// empty when the platform can't say.
+std::u16string MainModulePath();
+
 // One piece of text to the debugger's output. Also handed to the listener.
 void DebugOutput(std::u16string_view text);
 using DebugListener = void (*)(void* context, std::u16string_view text);

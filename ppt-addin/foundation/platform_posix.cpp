@@ -157,6 +157,13 @@ std::u16string RegistryValuePath(std::u16string_view subKey, std::u16string_view
 
 }  // namespace
 
+std::u16string MainModulePath() {
+    char buffer[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+    if (n <= 0) return {};
+    return Utf8ToUtf16(std::string(buffer, static_cast<std::size_t>(n)));
+}
+
 Clock& SystemClock() {
     static PosixClock clock;
     return clock;

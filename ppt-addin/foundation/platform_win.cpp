@@ -65,6 +65,17 @@ std::u16string ModuleFolder() {
     return path.substr(0, cut);
 }
 
+}  // namespace
+
+std::u16string MainModulePath() {
+    wchar_t buffer[MAX_PATH] = {};
+    const DWORD n = ::GetModuleFileNameW(nullptr, buffer, MAX_PATH);
+    if (n == 0 || n >= MAX_PATH) return {};
+    return FromWide(buffer, n);
+}
+
+namespace {
+
 std::u16string ShellFolder(int csidl) {
     wchar_t buffer[MAX_PATH] = {};
     if (FAILED(::SHGetFolderPathW(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, buffer))) return {};

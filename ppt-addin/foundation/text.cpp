@@ -143,4 +143,12 @@ std::u16string DecimalText(long long value) {
     return AsciiToUtf16(std::to_string(value));
 }
 
+std::u16string HexText(std::uint32_t value) {
+    static const char16_t kDigits[] = u"0123456789ABCDEF";
+    std::u16string text(8, u'0');
+    for (int i = 7; i >= 0; --i, value >>= 4)
+        text[static_cast<std::size_t>(i)] = kDigits[value & 0xF];
+    return text;
+}
+
 }  // namespace qb

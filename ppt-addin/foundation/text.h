@@ -2,6 +2,7 @@
 // text is std::u16string: 16-bit units, exactly the host's wide strings.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,8 @@ std::string Utf16ToUtf8(std::u16string_view text);
 std::u16string AsciiToUtf16(std::string_view ascii);
 // A signed integer in decimal, for log lines and keys.
 std::u16string DecimalText(long long value);
+// Eight upper-case hex digits, no prefix: how HRESULTs appear in logs and messages.
+std::u16string HexText(std::uint32_t value);
 
 inline bool IsHighSurrogate(char16_t unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;

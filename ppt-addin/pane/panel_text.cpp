@@ -50,16 +50,22 @@ bool EqualsIgnoringCase(std::u16string_view a, std::u16string_view b) {
     return true;
 }
 
+std::u16string BuildServiceUrl(std::u16string_view host, std::uint16_t port, bool secure,
+                               std::u16string_view path) {
+    std::u16string url = secure ? u"https://" : u"http://";
+    url += host;
+    const std::uint16_t defaultPort = secure ? 443 : 80;
+    if (port != defaultPort) url += u":" + DecimalText(port);
+    if (path.empty() || path.front() != u'/') url += u"/";
+    url += path;
+    return url;
+}
+
 std::u16string BuildPanelUrl(const PanelUrlParts& parts) {
     std::u16string path = u"/panel/ppt";
     path +=
         parts.page.empty() || parts.page == kPageTranslate ? u"/" : u"/" + parts.page + u".html";
-    std::u16string url = parts.secure ? u"https://" : u"http://";
-    url += parts.host;
-    const std::uint16_t defaultPort = parts.secure ? 443 : 80;
-    if (parts.port != defaultPort) url += u":" + DecimalText(parts.port);
-    if (path.empty() || path.front() != u'/') url += u"/";
-    url += path;
+    std::u16string url = BuildServiceUrl(parts.host, parts.port, parts.secure, path);
     url += u"?_=" + Unsigned(parts.tick);
     url += parts.wpsHost ? u"&host=wps-ppt" : u"&host=ppt";
     if (parts.paneNumber > 0) url += u"&pane=ppt" + DecimalText(parts.paneNumber);

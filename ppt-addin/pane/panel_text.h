@@ -27,6 +27,9 @@ struct PanelUrlParts {
     std::u16string uiLang;
 };
 
+// Scheme, host, port unless the scheme's default, and the path.
+std::u16string BuildServiceUrl(std::u16string_view host, std::uint16_t port, bool secure,
+                               std::u16string_view path);
 // Scheme, host, port unless the scheme's default, page path, and the query
 // keys _, host, pane, mode and uiLang, values as they are.
 std::u16string BuildPanelUrl(const PanelUrlParts& parts);

@@ -57,12 +57,6 @@ std::u16string Unsigned(std::uint64_t value) {
     return AsciiToUtf16(std::to_string(value));
 }
 
-std::u16string Hex32(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned>(hr));
-    return AsciiToUtf16(text);
-}
-
 std::intptr_t IdentityOf(const host::HostRef& object) {
     return object ? reinterpret_cast<std::intptr_t>(object->Identity()) : 0;
 }
@@ -155,6 +149,34 @@ void SetSharedAccessToken(const std::u16string& token) {
     TokenSlot() = token;
 }
 
+PaneContext& CurrentPaneContext() {
+    static PaneContext context;
+    return context;
+}
+
+std::int32_t NextPaneNumber() {
+    static std::int32_t last = 0;
+    return ++last;
+}
+
+void TakePaneContext(PaneSetup& setup) {
+    PaneContext& context = CurrentPaneContext();
+    setup.application = context.application;
+    setup.window = context.window;
+    setup.paneNumber = context.paneNumber;
+    setup.page = std::move(context.page);
+    setup.mode = std::move(context.mode);
+    context.page.clear();
+    context.mode.clear();
+}
+
+WindowKey WindowKeyOf(const host::HostRef& window) {
+    WindowKey key;
+    if (!HwndOf(window, key.hwnd)) key.hwnd = 0;
+    key.identity = IdentityOf(window);
+    return key;
+}
+
 host::HostRef FindLiveWindow(const host::HostRef& application, const WindowKey& key) {
     host::HostRef windows;
     std::int32_t count = 0;
@@ -205,6 +227,7 @@ PptPane::~PptPane() {
 
 void PptPane::OnWindowCreated() {
     Trace(u"CPptPane WM_CREATE\r\n");
+    windowExists_ = true;
     (void)view_.SetTimer(PaneTimer::PaneTick, kPaneTickMs);
 }
 
@@ -231,7 +254,8 @@ void PptPane::OnViewReady() {
 }
 
 void PptPane::ReportWebViewFailure(const std::u16string& step, HRESULT hr) {
-    Trace(u"PptPane WebView2 " + step + u" failed hr=0x" + Hex32(hr) + u"\r\n");
+    Trace(u"PptPane WebView2 " + step + u" failed hr=0x" + HexText(static_cast<std::uint32_t>(hr)) +
+          u"\r\n");
     if (!g_failureReportSent.exchange(true) && services_.sendPluginError) {
         std::u16string stage = u"init";
         if (step == u"userdata") stage = u"user_data_dir";
@@ -247,6 +271,7 @@ void PptPane::ReportWebViewFailure(const std::u16string& step, HRESULT hr) {
 }
 
 void PptPane::OnWindowDestroyed() {
+    windowExists_ = false;
     view_.KillTimer(PaneTimer::PaneTick);
     view_.KillTimer(PaneTimer::DeferredStart);
     view_.KillTimer(PaneTimer::RunTick);
@@ -282,7 +307,7 @@ void PptPane::BeginShutdownEarly() {
 void PptPane::CloseWebView() {
     if (!viewReady_.exchange(false)) return;
     const HRESULT hr = view_.CloseView();
-    Trace(u"PptPane WebView2 Close hr=0x" + Hex32(hr) + u"\r\n");
+    Trace(u"PptPane WebView2 Close hr=0x" + HexText(static_cast<std::uint32_t>(hr)) + u"\r\n");
 }
 
 void PptPane::FinalRelease() {

@@ -89,6 +89,25 @@ class PaneRegistry {
 std::u16string SharedAccessToken();
 void SetSharedAccessToken(const std::u16string& token);
 
+// What EnsureTaskPane leaves for the control the host is about to create,
+// which gets no argument of the add-in's. Host's thread only.
+struct PaneContext {
+    host::HostRef application;
+    WindowKey window;
+    std::int32_t paneNumber = 0;
+    std::u16string page;  // at most 32 units
+    std::u16string mode;  // at most 16 units
+};
+PaneContext& CurrentPaneContext();
+// The next pane's running number: 1, 2, ...
+std::int32_t NextPaneNumber();
+// What a control being created takes: application, window and number are
+// copied; page and mode, when there, are taken out.
+void TakePaneContext(PaneSetup& setup);
+
+// A document window's key: its HWND (0 when unreadable) and its identity.
+WindowKey WindowKeyOf(const host::HostRef& window);
+
 // The live document window of a window key: by HWND, else by identity, else
 // the only window when the key is empty. Null when it is gone.
 host::HostRef FindLiveWindow(const host::HostRef& application, const WindowKey& key);
@@ -159,6 +178,7 @@ class PptPane {
     // --- What the pane stands at ------------------------------------------
     bool ShuttingDown() const { return shuttingDown_.load(); }
     bool HasView() const { return viewReady_.load(); }
+    bool WindowExists() const { return windowExists_; }
     bool RunInProgress() const { return runInProgress_.load() != 0; }
     std::uint64_t ActiveRunId() const { return activeRunId_; }
     const std::u16string& AccessToken() const { return accessToken_; }
@@ -207,6 +227,7 @@ class PptPane {
     const bool wpsHost_;
     std::atomic<bool> shuttingDown_{false};
     std::atomic<bool> viewReady_{false};
+    bool windowExists_ = false;
     std::u16string serviceHost_;
     std::uint16_t servicePort_;
     bool serviceSecure_;
