@@ -124,6 +124,17 @@ if ran win32; then
   WINEPREFIX="$root/build/wine/prefix32" wineserver -k 2>/dev/null
 fi
 
+# The host driver loads the real add-in DLL as the host does. Each bitness
+# gets a fresh prefix, so that registration starts from a clean registry.
+drive() {  # name wine prefix-arch build-dir
+  local prefix="$root/build/wine/driver-$3"
+  rm -rf "$prefix"
+  WINEPREFIX="$prefix" WINEARCH=$3 run_gtest "$1" "$2" "build/$4/sim/driver/qb_host_driver.exe"
+  WINEPREFIX="$prefix" wineserver -k 2>/dev/null
+}
+if ran win64; then drive "host driver wine64 (x64)" "$wine64" win64 win64; fi
+if ran win32; then drive "host driver wine32 (x86)" wine win32 win32; fi
+
 if [ -n "$stand_in_pid" ]; then
   kill "$stand_in_pid" 2>/dev/null
   wait "$stand_in_pid" 2>/dev/null

@@ -1,6 +1,5 @@
 #include "shell/registry_script.h"
 
-#include "foundation/char_class.h"
 #include "foundation/text.h"
 
 namespace qb {
@@ -90,6 +89,14 @@ class Parser {
         if (!SkipSpace()) return false;
         if (text_[pos_] == u'\'') return Quoted(out);
         const std::size_t start = pos_;
+        // A class id names a key: "{...}" is a word, where a lone brace opens a block.
+        if (text_[pos_] == u'{' && pos_ + 1 < text_.size() && !IsSpace(text_[pos_ + 1])) {
+            const std::size_t close = text_.find(u'}', pos_);
+            if (close == std::u16string_view::npos) return false;
+            pos_ = close + 1;
+            out.assign(text_.substr(start, pos_ - start));
+            return true;
+        }
         while (pos_ < text_.size() && !IsSpace(text_[pos_]) && text_[pos_] != u'{' &&
                text_[pos_] != u'}' && text_[pos_] != u'=' && text_[pos_] != u'\'') {
             ++pos_;
