@@ -181,10 +181,10 @@ HRESULT UnregisterKey(const RegistryKey& key, const std::u16string& parent,
     HRESULT first = S_OK;
     for (const RegistryKey& child : key.keys)
         Keep(first, UnregisterKey(child, path, writer));
-    for (const RegistryValue& value : key.values) {
-        // A key's own default value goes with the key; named ones one by one.
-        if (!value.name.empty()) Keep(first, writer.DeleteValue(path, value.name));
-    }
+    // The key's own default value is ours too: left behind, it would keep
+    // the key from counting as empty.
+    for (const RegistryValue& value : key.values)
+        Keep(first, writer.DeleteValue(path, value.name));
     if (key.removal == RegistryKey::Removal::WhenEmpty && writer.IsEmptyKey(path)) {
         Keep(first, writer.DeleteTree(path));
     }
@@ -201,7 +201,11 @@ bool ParseRegistryScript(std::u16string_view text, std::u16string_view modulePat
         const std::size_t at = text.find(kModule, from);
         expanded.append(text.substr(from, at - from));
         if (at == std::u16string_view::npos) break;
-        expanded.append(modulePath);
+        // Inside '...' a quote is doubled, so a profile named O'Brien stays whole.
+        for (char16_t c : modulePath) {
+            expanded += c;
+            if (c == u'\'') expanded += c;
+        }
         from = at + kModule.size();
     }
     roots.clear();

@@ -450,38 +450,30 @@ struct HostCase {
 
 class HostSequence : public HostDriver, public ::testing::WithParamInterface<HostCase> {};
 
+// The first subkey (or value) name of a key; empty when there is none.
+std::wstring FirstName(const wchar_t* path, bool values) {
+    HKEY key = nullptr;
+    std::wstring found;
+    if (::RegOpenKeyExW(HKEY_CURRENT_USER, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return found;
+    wchar_t name[256];
+    DWORD length = 256;
+    const LSTATUS status =
+        values ? ::RegEnumValueW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr)
+               : ::RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_SUCCESS) found.assign(name, length);
+    ::RegCloseKey(key);
+    return found;
+}
+
 // How the host finds the add-in: PowerPoint by its Addins key, WPS by its
 // allow list; both then by the ProgID.
 std::wstring FindAddinProgId(HostKind kind) {
-    if (kind == HostKind::PowerPoint) {
-        HKEY key = nullptr;
-        std::wstring found;
-        if (::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Microsoft\\Office\\PowerPoint\\Addins",
-                            0, KEY_READ, &key) == ERROR_SUCCESS) {
-            wchar_t name[256];
-            DWORD length = 256;
-            if (::RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr) ==
-                ERROR_SUCCESS) {
-                found.assign(name, length);
-            }
-            ::RegCloseKey(key);
-        }
-        const std::wstring addin = L"Software\\Microsoft\\Office\\PowerPoint\\Addins\\" + found;
-        return ReadDword(HKEY_CURRENT_USER, addin, L"LoadBehavior") == 3 ? found : L"";
-    }
-    HKEY key = nullptr;
-    std::wstring found;
-    if (::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Kingsoft\\Office\\WPP\\AddinsWL", 0,
-                        KEY_READ, &key) == ERROR_SUCCESS) {
-        wchar_t name[256];
-        DWORD length = 256;
-        if (::RegEnumValueW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr) ==
-            ERROR_SUCCESS) {
-            found.assign(name, length);
-        }
-        ::RegCloseKey(key);
-    }
-    return found;
+    if (kind == HostKind::Wps) return FirstName(L"Software\\Kingsoft\\Office\\WPP\\AddinsWL", true);
+    const wchar_t* addins = L"Software\\Microsoft\\Office\\PowerPoint\\Addins";
+    const std::wstring found = FirstName(addins, false);
+    return ReadDword(HKEY_CURRENT_USER, std::wstring(addins) + L"\\" + found, L"LoadBehavior") == 3
+               ? found
+               : L"";
 }
 
 TEST_P(HostSequence, LoadsRibbonCallbacksTaskPanesAndShutsDown) {
