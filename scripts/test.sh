@@ -135,6 +135,32 @@ drive() {  # name wine prefix-arch build-dir
 if ran win64; then drive "host driver wine64 (x64)" "$wine64" win64 win64; fi
 if ran win32; then drive "host driver wine32 (x86)" wine win32 win32; fi
 
+# The per-user installer of both twins: install, check, uninstall, check.
+if ran win32 && ran win64; then
+  note "installer"
+  mkdir -p build/installer
+  if bash installer/build.sh build/installer/PptAddin-setup.exe >build/logs/installer-build.log 2>&1; then
+    for arch in win64 win32; do
+      note "installer under $arch Wine"
+      log="build/logs/installer-$arch.log"
+      bash scripts/test-installer.sh build/installer/PptAddin-setup.exe "$arch" \
+        "$root/build/wine/installer-$arch" >"$log" 2>&1
+      grep '^FAIL' "$log"
+      line=$(tail -n 1 "$log")
+      if [[ $line =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
+        echo "$line"
+        record "installer $arch" "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}"
+      else
+        tail -n 20 "$log"
+        record "installer $arch" 0 1
+      fi
+    done
+  else
+    tail -n 20 build/logs/installer-build.log
+    record "installer build" 0 1
+  fi
+fi
+
 if [ -n "$stand_in_pid" ]; then
   kill "$stand_in_pid" 2>/dev/null
   wait "$stand_in_pid" 2>/dev/null
