@@ -109,12 +109,14 @@ void Connect::OnConnection(host::HostRef application) {
 }
 
 void Connect::OnBeginShutdown() {
+    SavePaneWidthsNow();
     ClearActiveTick();
     for (PptPane* pane : PaneRegistry::Snapshot())
         pane->BeginShutdownEarly();
 }
 
 void Connect::OnDisconnection() {
+    SavePaneWidthsNow();
     ClearActiveTick();
     ReleaseAllPanes();
     factory_.reset();
@@ -368,8 +370,18 @@ HRESULT Connect::EnsureTaskPane(bool& created, const WindowKey& key, const host:
         Trace(u"PPT CreateCTP window verify mismatch ctp[" + WindowKeyText(got) + u"] want[" +
               WindowKeyText(key) + u"]\r\n");
     }
-    panes_[mapKey] = PaneEntry{taskPane, key};
+    std::vector<host::HostRef> live;
+    for (const auto& [k, entry] : panes_) {
+        if (entry.taskPane) live.push_back(entry.taskPane);
+    }
+    const std::int32_t width = LoadPaneWidth(live);
+    PaneEntry& entry = panes_[mapKey];
+    entry = PaneEntry{taskPane, key, PaneWidthState{}};
     Active() = ActiveTick{this, this};
+    const bool wps = IsWpsHost();
+    BeginPaneWidth(entry.width, width, wps, taskPane);
+    Trace(u"PPT pane width begin pt=" + DecimalText(width) + u" host=" +
+          (wps ? u"wps" : u"office") + u"\r\n");
     Trace(u"PPT CreateCTP OK key=" + DecimalText(mapKey) + u" panes=" + Count(panes_.size()) +
           u" " + WindowKeyText(key) + u"\r\n");
     created = true;
@@ -423,7 +435,25 @@ void Connect::ReleaseAllPanes() {
 }
 
 void Connect::TickPaneWidths() {
-    // The width memory hangs here; until it exists a tick has nothing to do.
+    if (Active().target != this) return;
+    for (auto& [k, entry] : panes_) {
+        if (!entry.taskPane) continue;
+        std::u16string line;
+        if (PaneWidthStep(entry.width, entry.taskPane, line) != PaneWidthResult::None) {
+            Trace(line + u"\r\n");
+        }
+    }
+}
+
+void Connect::SavePaneWidthsNow() {
+    for (auto& [k, entry] : panes_) {
+        if (entry.taskPane) SavePaneWidthNow(entry.width, entry.taskPane);
+    }
+}
+
+const PaneWidthState* Connect::WidthStateOf(std::int64_t mapKey) const {
+    const auto it = panes_.find(mapKey);
+    return it == panes_.end() ? nullptr : &it->second.width;
 }
 
 host::HostRef Connect::TaskPaneOf(std::int64_t mapKey) const {

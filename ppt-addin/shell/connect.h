@@ -12,6 +12,7 @@
 
 #include "foundation/hresult.h"
 #include "run/run_records.h"
+#include "shell/pane_widths.h"
 #include "slides/host_object.h"
 
 namespace qb {
@@ -91,17 +92,22 @@ class Connect {
     void ReleaseAllPanes();
     // The pane widths' periodic step; registered as the active tick.
     void TickPaneWidths();
+    // Saves each pane's width that the one-second rule hasn't let through.
+    void SavePaneWidthsNow();
 
     const host::HostRef& Application() const { return application_; }
     const host::HostRef& RibbonUi() const { return ribbonUi_; }
     std::size_t PaneCount() const { return panes_.size(); }
     // The task pane filed under a map key, or null.
     host::HostRef TaskPaneOf(std::int64_t mapKey) const;
+    // The width state of the pane filed under a map key, or null.
+    const PaneWidthState* WidthStateOf(std::int64_t mapKey) const;
 
   private:
     struct PaneEntry {
         host::HostRef taskPane;
         WindowKey key;
+        PaneWidthState width;
     };
 
     void EnsureDockedRight(const host::HostRef& taskPane);

@@ -3,6 +3,7 @@
 // the unload. The system and the host's task pane factory are fakes.
 #include <gtest/gtest.h>
 
+#include "foundation/user_config.h"
 #include "pane/ppt_pane.h"
 #include "run/beacons.h"
 #include "run/client_identity.h"
@@ -176,6 +177,25 @@ TEST_F(ConnectTest, EachWindowGetsOnePaneDockedRight) {
     connect.OnRibbonCommand(kDispAccount, Control(presentation));
     EXPECT_EQ(factory->panes.size(), 2u);
     EXPECT_EQ(connect.PaneCount(), 2u);
+}
+
+TEST_F(ConnectTest, APaneOpensAtTheRememberedWidthAndShutdownKeepsTheLastDrag) {
+    Connected();
+    connect.OnRibbonCommand(kDispTranslateFullDoc, Control(Window(1)));
+    ASSERT_EQ(factory->panes.size(), 1u);
+    EXPECT_EQ(factory->panes[0]->props[u"Width"].I4Value(), kDefaultPaneWidthPt);
+    // The user drags the first pane; the second window's pane follows it.
+    factory->panes[0]->props[u"Width"] = host::Variant::I4(410);
+    connect.OnRibbonCommand(kDispTranslateFullDoc, Control(Window(2)));
+    ASSERT_EQ(factory->panes.size(), 2u);
+    EXPECT_EQ(factory->panes[1]->props[u"Width"].I4Value(), 410);
+    ASSERT_NE(connect.WidthStateOf(Hwnd(2)), nullptr);
+    EXPECT_EQ(connect.WidthStateOf(Hwnd(2))->target, 410);
+
+    connect.OnBeginShutdown();
+    bool found = false;
+    EXPECT_EQ(ReadPaneWidth(found), 410);
+    EXPECT_TRUE(found);
 }
 
 TEST_F(ConnectTest, APaneOfAClosedWindowGoesUnlessItRefusesToHide) {
