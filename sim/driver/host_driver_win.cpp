@@ -643,7 +643,7 @@ TEST_P(HostSequence, LoadsRibbonCallbacksTaskPanesAndShutsDown) {
 }
 
 // A load that goes wrong on the host's side still answers S_OK.
-TEST_P(HostSequence, AConnectionWithoutAnApplicationOrItsNameStillLoads) {
+TEST_P(HostSequence, AConnectionWithoutAnApplicationItsNameOrAReadableConfigurationStillLoads) {
     ASSERT_HRESULT_SUCCEEDED(CallExport(dll_, "DllRegisterServer"));
     ComPtr<office::_IDTExtensibility2> extensibility;
     ASSERT_HRESULT_SUCCEEDED(
@@ -660,17 +660,60 @@ TEST_P(HostSequence, AConnectionWithoutAnApplicationOrItsNameStillLoads) {
     host.AddFault(name);
     name.member = u"Version";
     host.AddFault(name);
+    // A configuration file that is no JSON and no UTF-8.
+    wchar_t local[MAX_PATH] = {};
+    ASSERT_GT(::GetEnvironmentVariableW(L"LOCALAPPDATA", local, MAX_PATH), 0u);
+    const std::wstring folder = std::wstring(local) + L"\\Quillbrook";
+    const std::wstring config = folder + L"\\config.json";
+    ::CreateDirectoryW(folder.c_str(), nullptr);
+    {
+        HANDLE file = ::CreateFileW(config.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE);
+        const char broken[] = "{\"paneWidthPt\": 9x, \"uiLang\": \"\xff\xfe";
+        DWORD written = 0;
+        ::WriteFile(file, broken, sizeof broken - 1, &written, nullptr);
+        ::CloseHandle(file);
+    }
+
     EXPECT_EQ(extensibility->OnConnection(Export(host.Application()).Get(), office::ext_cm_Startup,
                                           nullptr, &custom),
               S_OK);
     ComPtr<office::IRibbonExtensibility> ribbon;
+    ComPtr<office::ICustomTaskPaneConsumer> consumer;
+    ComPtr<IDispatch> dispatch;
     ASSERT_HRESULT_SUCCEEDED(extensibility->QueryInterface(
         office::IID_IRibbonExtensibility, reinterpret_cast<void**>(ribbon.GetAddressOf())));
+    ASSERT_HRESULT_SUCCEEDED(extensibility->QueryInterface(
+        office::IID_ICustomTaskPaneConsumer, reinterpret_cast<void**>(consumer.GetAddressOf())));
+    ASSERT_HRESULT_SUCCEEDED(extensibility->QueryInterface(
+        IID_IDispatch, reinterpret_cast<void**>(dispatch.GetAddressOf())));
     EXPECT_HRESULT_FAILED(ribbon->GetCustomUI(nullptr, nullptr)) << "a null out-pointer";
+
+    // The ribbon and a pane work all the same: English labels from the
+    // host's language, the default width.
+    TaskPaneFactory factory;
+    EXPECT_HRESULT_SUCCEEDED(consumer->CTPFactoryAvailable(&factory));
+    auto control = std::make_shared<PropertyObject>(
+        std::map<std::u16string, Variant>{{u"Id", Variant::String(u"btnGlossary")}});
+    ScopedVariant label;
+    ASSERT_HRESULT_SUCCEEDED(CallBack(dispatch.Get(), IdOf(dispatch.Get(), L"GetLabel"),
+                                      Export(control).Get(), label.Get()));
+    ASSERT_EQ(label.Value().vt, VT_BSTR);
+    EXPECT_STREQ(label.Value().bstrVal, L"Glossary");
+    EXPECT_HRESULT_SUCCEEDED(
+        CallBack(dispatch.Get(), IdOf(dispatch.Get(), L"GlossaryClicked"), Export(control).Get()));
+    ASSERT_EQ(factory.All().size(), 1u);
+    EXPECT_EQ(factory.All()[0].pane->Property(u"Width"), Variant::I4(520));
+
     EXPECT_EQ(extensibility->OnBeginShutdown(&custom), S_OK);
     EXPECT_EQ(extensibility->OnDisconnection(office::ext_dm_UserClosed, &custom), S_OK);
     extensibility.Reset();
     ribbon.Reset();
+    consumer.Reset();
+    dispatch.Reset();
+    factory.All().clear();
+    ::DeleteFileW(config.c_str());
     EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
 }
 
