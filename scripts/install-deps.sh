@@ -10,7 +10,7 @@ have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok
 for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
          libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
          g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
-         libwine-dev python3 nsis wine wine64; do
+         libwine-dev python3 nsis xvfb xauth wine wine64; do
   have_pkg "$p" || need+=("$p")
 done
 have_pkg wine32:i386 || need+=(wine32:i386 libgstreamer-plugins-base1.0-0:i386)
