@@ -617,6 +617,35 @@ TEST_P(HostSequence, LoadsRibbonCallbacksTaskPanesAndShutsDown) {
     EXPECT_EQ(factory.All().size(), 1u);
     EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateCurrentSlideClicked", second));
     EXPECT_EQ(factory.All().size(), 2u);
+    // The other buttons that open a page, by name and through the bound
+    // callback interface: no new pane in either window.
+    for (const wchar_t* callback : {L"TranslateSelectionClicked", L"InstructionClicked",
+                                    L"AccountClicked", L"SupportClicked", L"ShowPaneClicked"}) {
+        EXPECT_HRESULT_SUCCEEDED(Click(callback, second)) << Narrow(callback);
+    }
+    ComPtr<office::IRibbonCallback> bound;
+    ASSERT_HRESULT_SUCCEEDED(unknown->QueryInterface(
+        office::IID_IRibbonCallback, reinterpret_cast<void**>(bound.GetAddressOf())));
+    auto inFirst = std::make_shared<PropertyObject>(
+        std::map<std::u16string, Variant>{{u"Context", Variant::Object(first)}});
+    EXPECT_HRESULT_SUCCEEDED(bound->ShowPaneClicked(Export(inFirst).Get()));
+    EXPECT_HRESULT_SUCCEEDED(bound->AccountClicked(Export(inFirst).Get()));
+    ScopedVariant boundPicture;
+    auto glossary = std::make_shared<PropertyObject>(
+        std::map<std::u16string, Variant>{{u"Tag", Variant::String(u"glossary")}});
+    EXPECT_HRESULT_SUCCEEDED(bound->GetImage(Export(glossary).Get(), boundPicture.Get()));
+    EXPECT_EQ(boundPicture.Value().vt, VT_DISPATCH);
+    bound.Reset();
+    EXPECT_EQ(factory.All().size(), 2u);
+    {
+        auto control = std::make_shared<PropertyObject>(
+            std::map<std::u16string, Variant>{{u"Id", Variant::String(u"btnSupport")}});
+        ScopedVariant tip;
+        ASSERT_HRESULT_SUCCEEDED(CallBack(dispatch.Get(), IdOf(dispatch.Get(), L"GetScreentip"),
+                                          Export(control).Get(), tip.Get()));
+        ASSERT_EQ(tip.Value().vt, VT_BSTR);
+        EXPECT_GT(::SysStringLen(tip.Value().bstrVal), 0u);
+    }
 
     // The host's way out: begin shutdown, disconnect; the panes are hidden.
     EXPECT_EQ(extensibility->OnBeginShutdown(&custom), S_OK);
