@@ -134,6 +134,10 @@ fi
 drive() {  # name wine prefix-arch build-dir
   local prefix="$root/build/wine/driver-$3"
   rm -rf "$prefix"
+  # The prefix is made whole before the driver starts: a first start that
+  # makes it on the way has been seen to fail to load kernel32 under load.
+  WINEPREFIX="$prefix" WINEARCH=$3 "$2" wineboot --init >/dev/null 2>&1
+  WINEPREFIX="$prefix" wineserver -w
   WINEPREFIX="$prefix" WINEARCH=$3 run_gtest "$1" "${xrun[@]}" "$2" "build/$4/sim/driver/qb_host_driver.exe"
   WINEPREFIX="$prefix" wineserver -k 2>/dev/null
 }
