@@ -16,14 +16,10 @@ namespace qb {
 
 namespace {
 
-// The connect object that made the last pane and its width tick; the pane
-// windows' 300 ms timer reaches the widths through it. Host's thread only.
-struct ActiveTick {
-    const Connect* owner = nullptr;
-    Connect* target = nullptr;
-};
-ActiveTick& Active() {
-    static ActiveTick active;
+// The connect object that made the last pane: the pane windows' 300 ms
+// timer reaches its width tick through it. Host's thread only.
+Connect*& ActiveConnect() {
+    static Connect* active = nullptr;
     return active;
 }
 
@@ -88,7 +84,7 @@ std::u16string WindowKeyText(const WindowKey& key) {
 }
 
 void TickActivePaneWidths() {
-    if (Connect* target = Active().target) target->TickPaneWidths();
+    if (Connect* active = ActiveConnect()) active->TickPaneWidths();
 }
 
 Connect::Connect(ShellPlatform& platform) : platform_(platform) {}
@@ -125,7 +121,7 @@ void Connect::OnDisconnection() {
 }
 
 void Connect::ClearActiveTick() {
-    if (Active().owner == this) Active() = ActiveTick{};
+    if (ActiveConnect() == this) ActiveConnect() = nullptr;
 }
 
 void Connect::CTPFactoryAvailable(std::shared_ptr<TaskPaneFactory> factory) {
@@ -377,7 +373,7 @@ HRESULT Connect::EnsureTaskPane(bool& created, const WindowKey& key, const host:
     const std::int32_t width = LoadPaneWidth(live);
     PaneEntry& entry = panes_[mapKey];
     entry = PaneEntry{taskPane, key, PaneWidthState{}};
-    Active() = ActiveTick{this, this};
+    ActiveConnect() = this;
     const bool wps = IsWpsHost();
     BeginPaneWidth(entry.width, width, wps, taskPane);
     Trace(u"PPT pane width begin pt=" + DecimalText(width) + u" host=" +
@@ -435,7 +431,7 @@ void Connect::ReleaseAllPanes() {
 }
 
 void Connect::TickPaneWidths() {
-    if (Active().target != this) return;
+    if (ActiveConnect() != this) return;
     for (auto& [k, entry] : panes_) {
         if (!entry.taskPane) continue;
         std::u16string line;
