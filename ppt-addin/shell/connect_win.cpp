@@ -17,6 +17,7 @@
 #include "shell/host_detect.h"
 #include "shell/office_win.h"
 #include "shell/ribbon.h"
+#include "shell/ui_lang_dialog_win.h"
 #include "slides/automation.h"
 #include "slides/dispatch_win.h"
 
@@ -51,9 +52,8 @@ class WinShellPlatform final : public ShellPlatform {
         return reinterpret_cast<std::intptr_t>(
             ::ShellExecuteW(nullptr, L"open", AsWide(url), nullptr, nullptr, SW_SHOWNORMAL));
     }
-    bool ShowUiLangDialog(std::intptr_t, std::u16string&) override {
-        Trace(u"PPT language dialog not available in this build\r\n");
-        return false;
+    bool ShowUiLangDialog(std::intptr_t owner, std::u16string& language) override {
+        return ShowUiLangDialogWindow(reinterpret_cast<HWND>(owner), language);
     }
     std::intptr_t RootWindow(std::intptr_t hwnd) override {
         return reinterpret_cast<std::intptr_t>(
