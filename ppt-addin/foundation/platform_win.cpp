@@ -7,6 +7,7 @@
 #include "foundation/handle_win.h"
 #include "foundation/platform.h"
 #include "foundation/wide_win.h"
+#include "foundation/window_win.h"
 
 namespace qb::platform {
 
@@ -45,17 +46,10 @@ class WindowsClock final : public Clock {
     void Sleep(std::uint32_t milliseconds) override { ::Sleep(milliseconds); }
 };
 
-// An address inside this module, so that the add-in finds its own file and
-// not the host's executable.
-void ModuleAnchor() {}
-
 std::u16string ModuleFolder() {
-    HMODULE module = nullptr;
-    if (!::GetModuleHandleExW(
-            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-            reinterpret_cast<LPCWSTR>(&ModuleAnchor), &module)) {
-        return {};
-    }
+    // The add-in's own file, not the host's executable.
+    const HMODULE module = OwnModule();
+    if (!module) return {};
     wchar_t buffer[MAX_PATH] = {};
     const DWORD n = ::GetModuleFileNameW(module, buffer, MAX_PATH);
     if (n == 0 || n >= MAX_PATH) return {};

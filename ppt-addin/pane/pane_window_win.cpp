@@ -6,6 +6,7 @@
 
 #include "foundation/trace.h"
 #include "foundation/wide_win.h"
+#include "foundation/window_win.h"
 
 namespace qb {
 
@@ -15,14 +16,6 @@ namespace {
 struct JobRecord {
     std::function<void()> job;
 };
-
-HINSTANCE ThisModule() {
-    HMODULE module = nullptr;
-    ::GetModuleHandleExW(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        reinterpret_cast<LPCWSTR>(&ThisModule), &module);
-    return module;
-}
 
 bool RegisterPaneClass(HINSTANCE instance, WNDPROC procedure) {
     WNDCLASSEXW existing{};
@@ -54,7 +47,7 @@ PaneWindow::~PaneWindow() {
 }
 
 HWND PaneWindow::Create(HWND parent, const RECT& rect) {
-    const HINSTANCE instance = ThisModule();
+    const HINSTANCE instance = OwnModule();
     if (!RegisterPaneClass(instance, &PaneWindow::WindowProc)) return nullptr;
     // WM_CREATE arrives inside CreateWindowEx: the window must know its
     // owner before that.

@@ -246,14 +246,22 @@ std::u16string JsonObjectWriter::Finish() {
     return std::move(text_);
 }
 
-std::u16string JsonStringArray(const std::vector<std::u16string>& items) {
+std::u16string JsonRawArray(const std::vector<std::u16string>& values) {
     std::u16string out = u"[";
-    for (std::size_t i = 0; i < items.size(); ++i) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
         if (i) out += u',';
-        out += JsonQuote(items[i]);
+        out += values[i];
     }
     out += u']';
     return out;
+}
+
+std::u16string JsonStringArray(const std::vector<std::u16string>& items) {
+    std::vector<std::u16string> quoted;
+    quoted.reserve(items.size());
+    for (const std::u16string& item : items)
+        quoted.push_back(JsonQuote(item));
+    return JsonRawArray(quoted);
 }
 
 std::u16string ReadJsonString(std::u16string_view json, std::u16string_view key) {

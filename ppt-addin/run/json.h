@@ -37,6 +37,8 @@ class JsonObjectWriter {
 
 // A JSON array of strings, in the order given.
 std::u16string JsonStringArray(const std::vector<std::u16string>& items);
+// A JSON array of values that are JSON text already, in the order given.
+std::u16string JsonRawArray(const std::vector<std::u16string>& values);
 
 // --- Service set: replies and panel messages -----------------------------
 

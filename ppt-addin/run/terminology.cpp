@@ -47,44 +47,38 @@ void ApplyTerminology(const TerminologyResult& result, std::u16string& outInstru
 }
 
 std::u16string ExportLocalSnapshot() {
-    std::u16string glossaries = u"[";
+    std::vector<std::u16string> glossaries;
     for (const GlossaryRecord& listed : ListGlossaries()) {
         GlossaryRecord record;
         if (!LoadGlossary(listed.id, record)) continue;
-        std::u16string entries = u"[";
+        std::vector<std::u16string> entries;
         for (const GlossaryEntry& entry : record.entries) {
-            if (entries.size() > 1) entries += u',';
-            entries += JsonObjectWriter()
-                           .String(u"source", entry.source)
-                           .String(u"target", entry.target)
-                           .String(u"note", entry.note)
-                           .Bool(u"enabled", entry.enabled)
-                           .Finish();
+            entries.push_back(JsonObjectWriter()
+                                  .String(u"source", entry.source)
+                                  .String(u"target", entry.target)
+                                  .String(u"note", entry.note)
+                                  .Bool(u"enabled", entry.enabled)
+                                  .Finish());
         }
-        entries += u']';
-        if (glossaries.size() > 1) glossaries += u',';
-        glossaries += JsonObjectWriter()
-                          .String(u"id", record.id)
-                          .String(u"name", record.name)
-                          .String(u"updatedAt", record.updatedAt)
-                          .Raw(u"entries", entries)
-                          .Finish();
+        glossaries.push_back(JsonObjectWriter()
+                                 .String(u"id", record.id)
+                                 .String(u"name", record.name)
+                                 .String(u"updatedAt", record.updatedAt)
+                                 .Raw(u"entries", JsonRawArray(entries))
+                                 .Finish());
     }
-    glossaries += u']';
-    std::u16string instructions = u"[";
+    std::vector<std::u16string> instructions;
     for (const InstructionRecord& record : ListInstructions()) {
-        if (instructions.size() > 1) instructions += u',';
-        instructions += JsonObjectWriter()
-                            .String(u"id", record.id)
-                            .String(u"name", record.name)
-                            .String(u"content", record.content)
-                            .String(u"updatedAt", record.updatedAt)
-                            .Finish();
+        instructions.push_back(JsonObjectWriter()
+                                   .String(u"id", record.id)
+                                   .String(u"name", record.name)
+                                   .String(u"content", record.content)
+                                   .String(u"updatedAt", record.updatedAt)
+                                   .Finish());
     }
-    instructions += u']';
     return JsonObjectWriter()
-        .Raw(u"glossaries", glossaries)
-        .Raw(u"instructions", instructions)
+        .Raw(u"glossaries", JsonRawArray(glossaries))
+        .Raw(u"instructions", JsonRawArray(instructions))
         .Finish();
 }
 

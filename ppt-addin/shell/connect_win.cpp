@@ -11,6 +11,7 @@
 #include "foundation/text.h"
 #include "foundation/trace.h"
 #include "foundation/wide_win.h"
+#include "foundation/window_win.h"
 #include "pane/panel_text.h"
 #include "shell/com_object_win.h"
 #include "shell/connect.h"
@@ -387,8 +388,9 @@ class CConnect : public RibbonDispatch, public CTPConsumerBase, public Connect {
         if (icon == 0) return S_OK;
 
         const bool wps = IsWpsHost();
-        const RibbonPictureSize size = RibbonPictureSizeFor(CurrentDpi(), wps);
-        Trace(u"PPT GetImage dpi=" + DecimalText(dpi_) + u" px=" + DecimalText(size.px) + u" wps=" +
+        const int dpi = CurrentDpi();
+        const RibbonPictureSize size = RibbonPictureSizeFor(dpi, wps);
+        Trace(u"PPT GetImage dpi=" + DecimalText(dpi) + u" px=" + DecimalText(size.px) + u" wps=" +
               (wps ? u"1" : u"0") + u" ptr=" + DecimalText(sizeof(void*)) + u" icon=" +
               DecimalText(icon) + u" host=" + (wps ? u"wps" : u"ppt") + u"\r\n");
         IDispatch* picture = nullptr;
@@ -406,42 +408,21 @@ class CConnect : public RibbonDispatch, public CTPConsumerBase, public Connect {
 
     // Application.Hwnd's DPI, else the active or foreground window's.
     int CurrentDpi() {
+        // Without the application, the window the user is working in.
+        if (!Application()) {
+            HWND window = ::GetActiveWindow();
+            return WindowDpi(window ? window : ::GetForegroundWindow());
+        }
         HWND window = nullptr;
-        if (Application()) {
-            host::Variant hwnd;
-            std::int32_t value = 0;
-            if (SUCCEEDED(host::DispGet(Application(), u"Hwnd", &hwnd)) && hwnd.ToInt32(value)) {
-                window = reinterpret_cast<HWND>(static_cast<std::intptr_t>(value));
-            }
+        host::Variant hwnd;
+        std::int32_t value = 0;
+        if (SUCCEEDED(host::DispGet(Application(), u"Hwnd", &hwnd)) && hwnd.ToInt32(value)) {
+            window = reinterpret_cast<HWND>(static_cast<std::intptr_t>(value));
         }
-        dpi_ = Application() ? DpiOf(window) : 0;
-        if (dpi_ <= 0) {
-            window = ::GetActiveWindow();
-            if (!window) window = ::GetForegroundWindow();
-            dpi_ = DpiOf(window);
-        }
-        return dpi_;
-    }
-
-    static int DpiOf(HWND window) {
-        using GetDpiForWindowFn = UINT(WINAPI*)(HWND);
-        // Looked up once: a direct call would make the DLL fail to load on
-        // systems older than the function.
-        static const auto getDpi = reinterpret_cast<GetDpiForWindowFn>(reinterpret_cast<void*>(
-            ::GetProcAddress(::GetModuleHandleW(L"user32.dll"), "GetDpiForWindow")));
-        if (window && getDpi) {
-            if (const UINT dpi = getDpi(window)) return static_cast<int>(dpi);
-        }
-        if (HDC screen = ::GetDC(nullptr)) {
-            const int dpi = ::GetDeviceCaps(screen, LOGPIXELSX);
-            ::ReleaseDC(nullptr, screen);
-            if (dpi > 0) return dpi;
-        }
-        return 96;
+        return WindowDpi(window);
     }
 
     WinShellPlatform platform_;
-    int dpi_ = 0;
 };
 
 }  // namespace

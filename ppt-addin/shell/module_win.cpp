@@ -40,10 +40,10 @@ namespace {
 
 HINSTANCE g_instance = nullptr;
 
-constexpr wchar_t kAddinsKey[] =
-    L"SOFTWARE\\Microsoft\\Office\\PowerPoint\\Addins\\PptAddin.Connect";
-constexpr wchar_t kAddinsWlKey[] = L"SOFTWARE\\Kingsoft\\Office\\WPP\\AddinsWL";
-constexpr wchar_t kProgId[] = L"PptAddin.Connect";
+constexpr char16_t kAddinsKey[] =
+    u"SOFTWARE\\Microsoft\\Office\\PowerPoint\\Addins\\PptAddin.Connect";
+constexpr char16_t kAddinsWlKey[] = u"SOFTWARE\\Kingsoft\\Office\\WPP\\AddinsWL";
+constexpr char16_t kProgId[] = u"PptAddin.Connect";
 
 #ifdef _WIN64
 constexpr SYSKIND kSysKind = SYS_WIN64;
@@ -153,42 +153,27 @@ class SystemLocale {
     LCID saved_;
 };
 
-HRESULT WriteString(HKEY key, const wchar_t* name, const std::u16string& text) {
-    return FromWin32(::RegSetValueExW(key, name, 0, REG_SZ,
-                                      reinterpret_cast<const BYTE*>(AsWide(text)),
-                                      static_cast<DWORD>((text.size() + 1) * 2)));
-}
-
-HRESULT WriteAddinKeys() {
-    HKEY key = nullptr;
-    HRESULT hr = FromWin32(::RegCreateKeyExW(HKEY_CURRENT_USER, kAddinsKey, 0, nullptr, 0,
-                                             KEY_WRITE, nullptr, &key, nullptr));
-    if (FAILED(hr)) return hr;
-    const DWORD loadBehavior = 3, commandLineSafe = 1;
-    hr = WriteString(key, L"FriendlyName", u"Quillbrook PowerPoint");
-    if (SUCCEEDED(hr)) {
-        hr = WriteString(key, L"Description",
-                         u"\u6574\u4EFD\u3001\u5F53\u524D\u9875\u6216\u9009\u533A\u7FFB\u8BD1"
-                         u"\uFF0C\u4FDD\u7559\u7248\u5F0F\u5199\u56DE\u5E7B\u706F\u7247\u3002");
+// The add-in keys written again after the scripts, with the values only
+// this step writes (the Chinese Description, CommandLineSafe).
+HRESULT WriteAddinKeys(RegistryWriter& registry) {
+    const RegistryValue values[] = {
+        {u"FriendlyName", false, u"Quillbrook PowerPoint", 0},
+        {u"Description", false,
+         u"\u6574\u4EFD\u3001\u5F53\u524D\u9875\u6216\u9009\u533A\u7FFB\u8BD1"
+         u"\uFF0C\u4FDD\u7559\u7248\u5F0F\u5199\u56DE\u5E7B\u706F\u7247\u3002",
+         0},
+        {u"LoadBehavior", true, u"", 3},
+        {u"CommandLineSafe", true, u"", 1},
+    };
+    HRESULT hr = registry.CreateKey(kAddinsKey);
+    for (const RegistryValue& value : values) {
+        if (FAILED(hr)) return hr;
+        hr = registry.SetValue(kAddinsKey, value);
     }
-    if (SUCCEEDED(hr)) {
-        hr = FromWin32(::RegSetValueExW(key, L"LoadBehavior", 0, REG_DWORD,
-                                        reinterpret_cast<const BYTE*>(&loadBehavior),
-                                        sizeof loadBehavior));
-    }
-    if (SUCCEEDED(hr)) {
-        hr = FromWin32(::RegSetValueExW(key, L"CommandLineSafe", 0, REG_DWORD,
-                                        reinterpret_cast<const BYTE*>(&commandLineSafe),
-                                        sizeof commandLineSafe));
-    }
-    ::RegCloseKey(key);
     if (FAILED(hr)) return hr;
     // A machine without WPS registers all the same.
-    HKEY allowList = nullptr;
-    if (::RegCreateKeyExW(HKEY_CURRENT_USER, kAddinsWlKey, 0, nullptr, 0, KEY_WRITE, nullptr,
-                          &allowList, nullptr) == ERROR_SUCCESS) {
-        (void)WriteString(allowList, kProgId, u"");
-        ::RegCloseKey(allowList);
+    if (SUCCEEDED(registry.CreateKey(kAddinsWlKey))) {
+        (void)registry.SetValue(kAddinsWlKey, RegistryValue{kProgId, false, u"", 0});
     }
     return S_OK;
 }
@@ -236,7 +221,7 @@ HRESULT RegisterServer() {
     hr = ::RegisterTypeLibForUser(library, const_cast<OLECHAR*>(AsWide(path)), nullptr);
     library->Release();
     if (FAILED(hr)) return hr;
-    return WriteAddinKeys();
+    return WriteAddinKeys(registry);
 }
 
 HRESULT UnregisterServer() {
@@ -249,11 +234,11 @@ HRESULT UnregisterServer() {
         if (SUCCEEDED(result) && FAILED(hr)) result = hr;
     }
     (void)::UnRegisterTypeLibForUser(office::LIBID_PptAddinLib, 1, 0, 0, kSysKind);
-    (void)::RegDeleteKeyW(HKEY_CURRENT_USER, kAddinsKey);
+    (void)::RegDeleteKeyW(HKEY_CURRENT_USER, AsWide(kAddinsKey));
     HKEY allowList = nullptr;
-    if (::RegOpenKeyExW(HKEY_CURRENT_USER, kAddinsWlKey, 0, KEY_SET_VALUE, &allowList) ==
+    if (::RegOpenKeyExW(HKEY_CURRENT_USER, AsWide(kAddinsWlKey), 0, KEY_SET_VALUE, &allowList) ==
         ERROR_SUCCESS) {
-        (void)::RegDeleteValueW(allowList, kProgId);
+        (void)::RegDeleteValueW(allowList, AsWide(kProgId));
         ::RegCloseKey(allowList);
     }
     return result;

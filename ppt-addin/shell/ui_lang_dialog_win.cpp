@@ -11,6 +11,7 @@
 #include "foundation/ui_languages.h"
 #include "foundation/ui_strings.h"
 #include "foundation/wide_win.h"
+#include "foundation/window_win.h"
 #include "shell/ui_lang_dialog.h"
 
 namespace qb::shell {
@@ -39,29 +40,6 @@ struct DialogState {
     UiLangDialogLayout layout;
     HWND list = nullptr, cancel = nullptr;
 };
-
-HINSTANCE ThisModule() {
-    HMODULE module = nullptr;
-    ::GetModuleHandleExW(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        reinterpret_cast<LPCWSTR>(&ThisModule), &module);
-    return module;
-}
-
-int DpiOf(HWND owner) {
-    using GetDpiForWindowFn = UINT(WINAPI*)(HWND);
-    static const auto getDpi = reinterpret_cast<GetDpiForWindowFn>(reinterpret_cast<void*>(
-        ::GetProcAddress(::GetModuleHandleW(L"user32.dll"), "GetDpiForWindow")));
-    if (owner && getDpi) {
-        if (const UINT dpi = getDpi(owner)) return static_cast<int>(dpi);
-    }
-    if (HDC screen = ::GetDC(nullptr)) {
-        const int dpi = ::GetDeviceCaps(screen, LOGPIXELSX);
-        ::ReleaseDC(nullptr, screen);
-        if (dpi > 0) return dpi;
-    }
-    return 96;
-}
 
 HFONT MakeFont(int height96, int weight, int dpi) {
     return ::CreateFontW(-::MulDiv(height96, dpi, 96), 0, 0, 0, weight, FALSE, FALSE, FALSE,
@@ -300,13 +278,13 @@ int MeasureBody(HFONT font, int width) {
 }  // namespace
 
 bool ShowUiLangDialogWindow(HWND owner, std::u16string& language) {
-    const HINSTANCE instance = ThisModule();
+    const HINSTANCE instance = OwnModule();
     if (!RegisterDialogClass(instance)) return false;
     if (owner && !::IsWindow(owner)) owner = nullptr;
 
     DialogState state;
     state.current = ResolveUiLanguage(nullptr);
-    state.dpi = DpiOf(owner);
+    state.dpi = WindowDpi(owner);
     state.titleFont = MakeFont(18, 600, state.dpi);
     state.bodyFont = MakeFont(13, 400, state.dpi);
     state.listFont = MakeFont(14, 400, state.dpi);
