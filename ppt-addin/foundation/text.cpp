@@ -151,4 +151,13 @@ std::u16string HexText(std::uint32_t value) {
     return text;
 }
 
+std::u16string PointerText(std::intptr_t value) {
+    static const char16_t kDigits[] = u"0123456789ABCDEF";
+    auto bits = static_cast<std::uintptr_t>(value);
+    std::u16string text(sizeof(void*) * 2, u'0');
+    for (std::size_t i = text.size(); i-- > 0; bits >>= 4)
+        text[i] = kDigits[bits & 0xF];
+    return text;
+}
+
 }  // namespace qb

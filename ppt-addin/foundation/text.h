@@ -35,6 +35,9 @@ std::u16string AsciiToUtf16(std::string_view ascii);
 std::u16string DecimalText(long long value);
 // Eight upper-case hex digits, no prefix: how HRESULTs appear in logs and messages.
 std::u16string HexText(std::uint32_t value);
+// A pointer's value as %p writes it on Windows: upper-case hex digits, two
+// for each byte of a pointer, no prefix.
+std::u16string PointerText(std::intptr_t value);
 
 inline bool IsHighSurrogate(char16_t unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;

@@ -306,7 +306,10 @@ void PptPane::BeginShutdownEarly() {
 
 void PptPane::CloseWebView() {
     if (!viewReady_.exchange(false)) return;
-    const HRESULT hr = view_.CloseView();
+    TraceWebViewClose(view_.CloseView());
+}
+
+void TraceWebViewClose(HRESULT hr) {
     Trace(u"PptPane WebView2 Close hr=0x" + HexText(static_cast<std::uint32_t>(hr)) + u"\r\n");
 }
 

@@ -112,6 +112,9 @@ WindowKey WindowKeyOf(const host::HostRef& window);
 // the only window when the key is empty. Null when it is gone.
 host::HostRef FindLiveWindow(const host::HostRef& application, const WindowKey& key);
 
+// The log line of a view closed, by the pane or by its window's end.
+void TraceWebViewClose(HRESULT hr);
+
 class PptPane {
   public:
     PptPane(PaneView& view, PaneSetup setup);

@@ -23,13 +23,6 @@ Connect*& ActiveConnect() {
     return active;
 }
 
-std::u16string PointerText(std::intptr_t value) {
-    char text[24];
-    std::snprintf(text, sizeof text, "%0*llX", static_cast<int>(sizeof(void*) * 2),
-                  static_cast<unsigned long long>(static_cast<std::uintptr_t>(value)));
-    return AsciiToUtf16(text);
-}
-
 std::u16string Count(std::size_t n) {
     return DecimalText(static_cast<long long>(n));
 }
