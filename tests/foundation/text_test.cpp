@@ -84,5 +84,19 @@ TEST(Utf16Encode, EveryScalarValueRoundTrips) {
     EXPECT_EQ(back, all);
 }
 
+// Log lines carry numbers in the forms the log readers expect: HRESULTs in
+// eight digits, pointers in as many as a pointer has on this build.
+TEST(LogNumbers, HresultsAndPointersAreFixedWidthUpperCaseHex) {
+    EXPECT_EQ(HexText(0), u"00000000");
+    EXPECT_EQ(HexText(0x8007007E), u"8007007E");
+    EXPECT_EQ(DecimalText(-2147467259LL), u"-2147467259");
+    const std::u16string zero(sizeof(void*) * 2, u'0');
+    EXPECT_EQ(PointerText(0), zero);
+    std::u16string small = zero;
+    small.replace(small.size() - 5, 5, u"2005C");
+    EXPECT_EQ(PointerText(0x2005C), small);
+    EXPECT_EQ(PointerText(-1), std::u16string(sizeof(void*) * 2, u'F'));
+}
+
 }  // namespace
 }  // namespace qb
