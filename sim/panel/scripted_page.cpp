@@ -6,9 +6,7 @@
 #include "foundation/platform.h"
 #include "foundation/text.h"
 #include "run/json.h"
-#include "run/service_client.h"
-#include "run/terminology.h"
-#include "sim/host/json_value.h"
+#include "sim/panel/page_service.h"
 
 namespace qb::sim {
 namespace {
@@ -17,70 +15,8 @@ namespace {
 // before it lets the clock move on.
 constexpr std::uint32_t kRealWaitMs = 5;
 
-constexpr char16_t kCallPrefix[] = u"window.";
-constexpr char16_t kLocalAnswerPrefix[] =
-    u"if(window.QuillbrookTerminology)QuillbrookTerminology._onResponse(";
-constexpr char16_t kPreviewPrefix[] = u"if(window.onSelectionPreview)onSelectionPreview(";
-
-std::u16string Inside(const std::u16string& script, std::size_t from) {
-    const std::size_t end = script.rfind(u')');
-    return end == std::u16string::npos || end < from ? std::u16string()
-                                                     : script.substr(from, end - from);
-}
-
 // How long a pump waits in real time for a service answer the page awaits.
 constexpr std::uint32_t kServiceWaitMs = 50;
-
-// The batch a translateBatchRequest carries, read back as the page would.
-TranslateBatchRequest BatchOfMessage(const std::u16string& json) {
-    TranslateBatchRequest request;
-    const std::optional<JsonValue> message = ParseJson(Utf16ToUtf8(json));
-    if (!message || !message->IsObject()) return request;
-    const auto text = [&](const JsonValue& object, std::u16string_view key) {
-        const JsonValue* value = object.Find(key);
-        return value && value->IsString() ? value->StringValue() : std::u16string();
-    };
-    const auto texts = [&](std::u16string_view key) {
-        std::vector<std::u16string> out;
-        if (const JsonValue* list = message->Find(key); list && list->IsArray()) {
-            for (const JsonValue& item : list->Items())
-                out.push_back(item.IsString() ? item.StringValue() : std::u16string());
-        }
-        return out;
-    };
-    request.texts = texts(u"texts");
-    request.unitIds = texts(u"unitIds");
-    request.sourceLang = text(*message, u"sourceLang");
-    request.targetLang = text(*message, u"targetLang");
-    request.usageKind = text(*message, u"usageKind");
-    request.clientProduct = text(*message, u"clientProduct");
-    request.instruction = text(*message, u"instruction");
-    request.clientTraceId = text(*message, u"clientTraceId");
-    if (const JsonValue* list = message->Find(u"glossary"); list && list->IsArray()) {
-        for (const JsonValue& item : list->Items()) {
-            if (!item.IsObject()) continue;
-            request.glossary.push_back(
-                {text(item, u"source"), text(item, u"target"), text(item, u"note")});
-        }
-    }
-    const JsonValue* runId = message->Find(u"runId");
-    if (runId && runId->IsInteger())
-        request.runId = static_cast<std::uint64_t>(runId->IntegerValue());
-    const JsonValue* seq = message->Find(u"batchSeq");
-    if (seq && seq->IsInteger()) request.batchSeq = static_cast<std::uint32_t>(seq->IntegerValue());
-    return request;
-}
-
-// A failure as the page words it. A batch carries the service's own code
-// ("unauthorized" ends the run at once); a resolve refused for sign-in or
-// payment carries the bare status, which lets the run go on without terms.
-std::u16string FailureCode(bool terminology, std::uint32_t status,
-                           const std::u16string& serviceCode) {
-    if (terminology && (status == 401 || status == 402)) {
-        return DecimalText(static_cast<long long>(status));
-    }
-    return serviceCode.empty() ? std::u16string(u"service_error") : serviceCode;
-}
 
 }  // namespace
 
@@ -91,51 +27,12 @@ ScriptedPage::~ScriptedPage() {
 
 void ScriptedPage::AskService(std::u16string requestJson, bool terminology) {
     ++serviceCalls_;
-    serviceThreads_.emplace_back([this, json = std::move(requestJson), terminology,
-                                  token = token_] {
-        const std::u16string requestId = ReadJsonString(json, u"requestId");
-        JsonObjectWriter answer;
-        answer
-            .String(u"action", terminology ? u"terminologyResolveResult" : u"translateBatchResult")
-            .String(u"requestId", requestId);
-        std::u16string error;
-        std::uint32_t status = 0;
-        const std::u16string* bearer = token.empty() ? nullptr : &token;
-        if (terminology) {
-            const std::u16string body = BuildTerminologyBody(
-                ReadJsonStringArray(json, u"glossaryIds"), ReadJsonString(json, u"instructionId"),
-                ReadJsonStringArray(json, u"corpusTexts"));
-            const std::u16string reply =
-                HttpPostJson(HttpEndpoint(), kTerminologyPath, Utf16ToUtf8(body), &error, bearer,
-                             nullptr, nullptr, &status);
-            if (status == 200 && !reply.empty() && reply.front() == u'{') {
-                answer.Bool(u"ok", true).Raw(u"result", reply);
-            } else {
-                answer.Bool(u"ok", false)
-                    .String(u"code", FailureCode(true, status, ReadJsonString(reply, u"code")))
-                    .String(u"message", reply.empty() ? error : ReadFailureText(reply));
-            }
-        } else {
-            const TranslateBatchRequest request = BatchOfMessage(json);
-            const std::u16string reply = HttpPostJson(HttpEndpoint(), kTranslatePath,
-                                                      Utf16ToUtf8(BuildTranslateBody(request)),
-                                                      &error, bearer, nullptr, nullptr, &status);
-            const TranslateBatchResult result =
-                ReadTranslateReply(reply, status, error, request.texts.size());
-            if (result.ok) {
-                answer.Bool(u"ok", true)
-                    .Raw(u"translations", JsonStringArray(result.translations))
-                    .Raw(u"unitIds", JsonStringArray(result.unitIds.empty() ? request.unitIds
-                                                                            : result.unitIds));
-            } else {
-                answer.Bool(u"ok", false)
-                    .String(u"code", FailureCode(false, status, result.code))
-                    .String(u"message", result.message);
-            }
-        }
-        view_.PostJob([this, text = answer.Finish()] { pane_.HandleWebMessage(text); });
-        --serviceCalls_;
-    });
+    serviceThreads_.emplace_back(
+        [this, json = std::move(requestJson), terminology, token = token_] {
+            std::u16string text = PageServiceAnswer(json, terminology, token);
+            view_.PostJob([this, text = std::move(text)] { pane_.HandleWebMessage(text); });
+            --serviceCalls_;
+        });
 }
 
 ScriptedPage::ScriptedPage(SimHost& host, PptPane& pane, RecordingView& view)
@@ -308,27 +205,24 @@ void ScriptedPage::OnMessage(const std::u16string& json) {
 }
 
 void ScriptedPage::OnScript(const std::u16string& script) {
-    if (script.rfind(kLocalAnswerPrefix, 0) == 0) {
-        localAnswers_.push_back(
-            Inside(script, std::char_traits<char16_t>::length(kLocalAnswerPrefix)));
-        return;
+    PageScript read = ReadPageScript(script);
+    switch (read.kind) {
+        case PageScript::Kind::LocalAnswer:
+            localAnswers_.push_back(std::move(read.args));
+            return;
+        case PageScript::Kind::Preview:
+            previews_.push_back(std::move(read.args));
+            return;
+        case PageScript::Kind::Call:
+            if (missingFunctions.count(read.name)) {
+                ++skippedCalls_;  // the guard makes the call a no-op
+                return;
+            }
+            events_.push_back({std::move(read.name), std::move(read.args)});
+            return;
+        case PageScript::Kind::Other:
+            return;
     }
-    if (script.rfind(kPreviewPrefix, 0) == 0) {
-        previews_.push_back(Inside(script, std::char_traits<char16_t>::length(kPreviewPrefix)));
-        return;
-    }
-    if (script.rfind(kCallPrefix, 0) != 0) return;
-    const std::size_t guard = script.find(u"&&");
-    if (guard == std::u16string::npos) return;
-    const std::size_t nameStart = std::char_traits<char16_t>::length(kCallPrefix);
-    const std::u16string name = script.substr(nameStart, guard - nameStart);
-    if (missingFunctions.count(name)) {
-        ++skippedCalls_;  // the guard makes the call a no-op
-        return;
-    }
-    const std::size_t open = script.find(u'(', guard);
-    if (open == std::u16string::npos) return;
-    events_.push_back({name, Inside(script, open + 1)});
 }
 
 bool ScriptedPage::WorkerWaitsOnPage() const {
