@@ -131,6 +131,19 @@ fi
 
 # The host driver loads the real add-in DLL as the host does. Each bitness
 # gets a fresh prefix, so that registration starts from a clean registry.
+# Its whole run through the pane must leave the sample deck as the front end
+# leaves it, translated through the same stand-in service.
+if [ -n "${QB_STAND_IN_PORT:-}" ] && [ -x build/native/cli/qb-translate ]; then
+  mkdir -p build/wine/expected
+  if build/native/cli/qb-translate --quiet --to de --service "http://127.0.0.1:$QB_STAND_IN_PORT" \
+       -o build/wine/expected/business.de.json samples/business.json >build/logs/expected-deck.log 2>&1; then
+    export QB_SAMPLE_DECK="Z:$root/samples/business.json"
+    export QB_EXPECTED_DECK="Z:$root/build/wine/expected/business.de.json"
+  else
+    echo "the front end could not make the expected deck; the driver's whole run will skip"
+    tail -n 5 build/logs/expected-deck.log
+  fi
+fi
 drive() {  # name wine prefix-arch build-dir
   local prefix="$root/build/wine/driver-$3"
   rm -rf "$prefix"

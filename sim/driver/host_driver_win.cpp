@@ -14,9 +14,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,7 +30,10 @@
 #include "shell/office_win.h"
 #include "sim/dispatch/export_win.h"
 #include "sim/host/deck_builder.h"
+#include "sim/host/deck_file.h"
+#include "sim/host/json_value.h"
 #include "sim/host/sim_host.h"
+#include "sim/webview/stand_in_control.h"
 #include "slides/host_object.h"
 
 namespace qb::sim {
@@ -207,8 +213,101 @@ ComPtr<IDispatch> Export(const HostRef& object) {
     return dispatch;
 }
 
+// The container side of a task pane: the window the host docks, and the
+// client and in-place site the control is activated in.
+class PaneSite final : public IOleClientSite, public IOleInPlaceSite {
+  public:
+    explicit PaneSite(HWND window) : window_(window) {}
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** out) override {
+        if (!out) return E_POINTER;
+        *out = nullptr;
+        if (iid == IID_IUnknown || iid == IID_IOleClientSite) {
+            *out = static_cast<IOleClientSite*>(this);
+        } else if (iid == IID_IOleWindow || iid == IID_IOleInPlaceSite) {
+            *out = static_cast<IOleInPlaceSite*>(this);
+        } else {
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++refs_); }
+    STDMETHODIMP_(ULONG) Release() override {
+        const long left = --refs_;
+        if (left == 0) delete this;
+        return static_cast<ULONG>(left);
+    }
+    // IOleClientSite
+    STDMETHODIMP SaveObject() override { return S_OK; }
+    STDMETHODIMP GetMoniker(DWORD, DWORD, IMoniker**) override { return E_NOTIMPL; }
+    STDMETHODIMP GetContainer(IOleContainer** out) override {
+        if (out) *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP ShowObject() override {
+        ++shown;
+        return S_OK;
+    }
+    STDMETHODIMP OnShowWindow(BOOL) override { return S_OK; }
+    STDMETHODIMP RequestNewObjectLayout() override { return E_NOTIMPL; }
+    // IOleWindow, IOleInPlaceSite
+    STDMETHODIMP GetWindow(HWND* out) override {
+        if (!out) return E_POINTER;
+        *out = window_;
+        return S_OK;
+    }
+    STDMETHODIMP ContextSensitiveHelp(BOOL) override { return E_NOTIMPL; }
+    STDMETHODIMP CanInPlaceActivate() override { return S_OK; }
+    STDMETHODIMP OnInPlaceActivate() override {
+        ++activated;
+        return S_OK;
+    }
+    STDMETHODIMP OnUIActivate() override { return S_OK; }
+    STDMETHODIMP GetWindowContext(IOleInPlaceFrame** frame, IOleInPlaceUIWindow** document,
+                                  LPRECT position, LPRECT clip, LPOLEINPLACEFRAMEINFO) override {
+        if (frame) *frame = nullptr;
+        if (document) *document = nullptr;
+        RECT client{};
+        ::GetClientRect(window_, &client);
+        if (position) *position = client;
+        if (clip) *clip = client;
+        return S_OK;
+    }
+    STDMETHODIMP Scroll(SIZE) override { return E_NOTIMPL; }
+    STDMETHODIMP OnUIDeactivate(BOOL) override { return S_OK; }
+    STDMETHODIMP OnInPlaceDeactivate() override {
+        ++deactivated;
+        return S_OK;
+    }
+    STDMETHODIMP DiscardUndoState() override { return S_OK; }
+    STDMETHODIMP DeactivateAndUndo() override { return S_OK; }
+    STDMETHODIMP OnPosRectChange(LPCRECT) override { return S_OK; }
+
+    int shown = 0, activated = 0, deactivated = 0;
+
+  private:
+    HWND window_;
+    std::atomic<long> refs_{0};
+};
+
+// The window a task pane docks into: a plain top-level window here.
+HWND MakePaneFrame() {
+    static const wchar_t kClass[] = L"QbDriverTaskPane";
+    WNDCLASSEXW windowClass{};
+    windowClass.cbSize = sizeof windowClass;
+    windowClass.lpfnWndProc = ::DefWindowProcW;
+    windowClass.hInstance = ::GetModuleHandleW(nullptr);
+    windowClass.lpszClassName = kClass;
+    ::RegisterClassExW(&windowClass);  // a second registration fails harmlessly
+    return ::CreateWindowExW(0, kClass, L"Task pane", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 520,
+                             700, nullptr, nullptr, ::GetModuleHandleW(nullptr), nullptr);
+}
+
 // The host's task pane factory: creates the control by its ProgID from the
-// per-user classes, and hands out a task pane object for it.
+// per-user classes, and hands out a task pane object for it. An activating
+// factory also docks the control in a window of its own and activates it in
+// place there, as the host does when the pane is shown.
 class TaskPaneFactory final : public office::ICTPFactory {
   public:
     struct Created {
@@ -216,7 +315,30 @@ class TaskPaneFactory final : public office::ICTPFactory {
         std::wstring title;
         ComPtr<IUnknown> control;
         std::shared_ptr<PropertyObject> pane;
+        HWND frame = nullptr;
+        ComPtr<PaneSite> site;
+        HRESULT activation = S_OK;
     };
+
+    explicit TaskPaneFactory(bool activate = false) : activate_(activate) {}
+    ~TaskPaneFactory() { CloseAll(); }
+
+    // What the host does with its panes at its end: each control closed and
+    // let go, each window destroyed.
+    void CloseAll() {
+        for (Created& created : created_) {
+            ComPtr<IOleObject> object;
+            if (created.control &&
+                SUCCEEDED(created.control->QueryInterface(
+                    IID_IOleObject, reinterpret_cast<void**>(object.GetAddressOf())))) {
+                object->Close(OLECLOSE_NOSAVE);
+                object->SetClientSite(nullptr);
+            }
+            if (created.frame) ::DestroyWindow(created.frame);
+            created.frame = nullptr;
+        }
+        created_.clear();
+    }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
         if (!out) return E_POINTER;
@@ -247,7 +369,9 @@ class TaskPaneFactory final : public office::ICTPFactory {
                                         office::_CustomTaskPane** out) override {
         if (!out) return E_POINTER;
         *out = nullptr;
-        Created created{progId ? progId : L"", title ? title : L"", nullptr, nullptr};
+        Created created;
+        created.progId = progId ? progId : L"";
+        created.title = title ? title : L"";
         HRESULT hr = CreateFromUserClasses(
             created.progId, IID_IUnknown, reinterpret_cast<void**>(created.control.GetAddressOf()));
         if (FAILED(hr)) return hr;
@@ -263,6 +387,20 @@ class TaskPaneFactory final : public office::ICTPFactory {
             {u"Window", shown},
         });
         ComPtr<IDispatch> pane = Export(created.pane);
+        if (activate_) {
+            created.frame = MakePaneFrame();
+            created.site = new PaneSite(created.frame);
+            ComPtr<IOleObject> object;
+            created.activation = created.control->QueryInterface(
+                IID_IOleObject, reinterpret_cast<void**>(object.GetAddressOf()));
+            if (SUCCEEDED(created.activation)) {
+                RECT client{};
+                ::GetClientRect(created.frame, &client);
+                object->SetClientSite(created.site.Get());
+                created.activation = object->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr,
+                                                    created.site.Get(), 0, created.frame, &client);
+            }
+        }
         created_.push_back(std::move(created));
         *out = pane.Detach();
         return S_OK;
@@ -272,6 +410,7 @@ class TaskPaneFactory final : public office::ICTPFactory {
 
   private:
     ULONG refs_ = 1;
+    bool activate_;
     std::vector<Created> created_;
 };
 
@@ -352,6 +491,151 @@ bool ReadCallbacks(const std::wstring& xml, std::set<std::wstring>& callbacks,
 
 std::string Narrow(const std::wstring& text) {
     return Utf16ToUtf8(FromWide(text.c_str(), text.size()));
+}
+
+std::wstring DriverFolder() {
+    wchar_t buffer[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, buffer, MAX_PATH);
+    const std::wstring path = buffer;
+    return path.substr(0, path.find_last_of(L"\\/") + 1);
+}
+
+// Dispatches the thread's messages, as the host's loop does, until `done`
+// holds; false when `limitMs` of real time pass first.
+template <class Done>
+bool PumpUntil(Done done, ULONGLONG limitMs) {
+    const ULONGLONG end = ::GetTickCount64() + limitMs;
+    while (!done()) {
+        if (::GetTickCount64() > end) return false;
+        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
+        MSG message;
+        while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+            ::TranslateMessage(&message);
+            ::DispatchMessageW(&message);
+        }
+    }
+    return true;
+}
+
+// The browser component's stand-in, beside the driver as beside the add-in:
+// the add-in loads it by path and so finds the module the driver loaded.
+class StandIn {
+  public:
+    bool Load() {
+        module_ = ::LoadLibraryW((DriverFolder() + L"WebView2Loader.dll").c_str());
+        if (!module_) return false;
+        setFailure_ = Proc<webview::SetFailureFn>(webview::kSetFailureExport);
+        setService_ = Proc<webview::SetServiceFn>(webview::kSetServiceExport);
+        send_ = Proc<webview::SendFn>(webview::kSendExport);
+        report_ = Proc<webview::ReportFn>(webview::kReportExport);
+        reset_ = Proc<webview::ResetFn>(webview::kResetExport);
+        return setFailure_ && setService_ && send_ && report_ && reset_;
+    }
+    void Reset() { reset_(); }
+    HRESULT Fail(int step, HRESULT hr) { return setFailure_(step, hr); }
+    HRESULT Service(const wchar_t* host, unsigned port) { return setService_(host, port); }
+    HRESULT Send(const std::u16string& json) {
+        return send_(reinterpret_cast<PCWSTR>(json.c_str()));
+    }
+    JsonValue Report() {
+        const int needed = report_(nullptr, 0);
+        std::wstring text(static_cast<std::size_t>(needed > 0 ? needed : 1), L'\0');
+        report_(text.data(), needed);
+        text.resize(text.find(L'\0'));
+        std::optional<JsonValue> parsed = ParseJson(Narrow(text));
+        return parsed ? *parsed : JsonValue();
+    }
+    std::int64_t Count(const char16_t* key) {
+        const JsonValue report = Report();
+        const JsonValue* value = report.Find(key);
+        return value && value->IsInteger() ? value->IntegerValue() : -1;
+    }
+    std::int64_t Events(const char16_t* name) {
+        const JsonValue report = Report();
+        const JsonValue* counts = report.Find(u"eventCounts");
+        const JsonValue* value = counts ? counts->Find(name) : nullptr;
+        return value && value->IsInteger() ? value->IntegerValue() : 0;
+    }
+
+  private:
+    template <class F>
+    F Proc(const char* name) {
+        return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));
+    }
+    HMODULE module_ = nullptr;
+    webview::SetFailureFn setFailure_ = nullptr;
+    webview::SetServiceFn setService_ = nullptr;
+    webview::SendFn send_ = nullptr;
+    webview::ReportFn report_ = nullptr;
+    webview::ResetFn reset_ = nullptr;
+};
+
+// The add-in's log as it stands now.
+std::string AddinLog() {
+    wchar_t local[MAX_PATH] = {};
+    ::GetEnvironmentVariableW(L"LOCALAPPDATA", local, MAX_PATH);
+    const std::wstring path =
+        std::wstring(local) + L"\\Quillbrook\\log\\QuillbrookPane_ppt_trace.log";
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return {};
+    std::string bytes;
+    char chunk[65536];
+    DWORD read = 0;
+    while (::ReadFile(file, chunk, sizeof chunk, &read, nullptr) && read > 0)
+        bytes.append(chunk, read);
+    ::CloseHandle(file);
+    // The log is UTF-16 in the machine's byte order.
+    std::u16string text(bytes.size() / 2, u'\0');
+    std::memcpy(&text[0], bytes.data(), text.size() * 2);
+    return Utf16ToUtf8(text);
+}
+
+std::size_t Occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+// Answers every message box of this thread with OK as soon as it shows: a
+// thread timer fires inside the box's own message loop.
+class BoxAnswerer {
+  public:
+    BoxAnswerer() { timer_ = ::SetTimer(nullptr, 0, 100, &BoxAnswerer::Tick); }
+    ~BoxAnswerer() { ::KillTimer(nullptr, timer_); }
+    static int& Answered() {
+        static int answered = 0;
+        return answered;
+    }
+
+  private:
+    static void CALLBACK Tick(HWND, UINT, UINT_PTR, DWORD) {
+        ::EnumThreadWindows(::GetCurrentThreadId(), &BoxAnswerer::Answer, 0);
+    }
+    static BOOL CALLBACK Answer(HWND window, LPARAM) {
+        wchar_t name[16] = {};
+        ::GetClassNameW(window, name, 16);
+        if (std::wstring(name) == L"#32770" && ::IsWindowVisible(window)) {
+            ::PostMessageW(window, WM_COMMAND, IDOK, 0);
+            ++Answered();
+        }
+        return TRUE;
+    }
+    UINT_PTR timer_ = 0;
+};
+
+std::wstring ClipboardText() {
+    std::wstring text;
+    if (!::OpenClipboard(nullptr)) return text;
+    if (HANDLE data = ::GetClipboardData(CF_UNICODETEXT)) {
+        if (const auto* chars = static_cast<const wchar_t*>(::GlobalLock(data))) {
+            text = chars;
+            ::GlobalUnlock(data);
+        }
+    }
+    ::CloseClipboard();
+    return text;
 }
 
 // --- The suites ---------------------------------------------------------------------
@@ -744,6 +1028,344 @@ TEST_P(HostSequence, AConnectionWithoutAnApplicationItsNameOrAReadableConfigurat
     factory.All().clear();
     ::DeleteFileW(config.c_str());
     EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
+}
+
+// --- The pane in the host: activation, the browser view, whole runs ---------------
+
+std::wstring Env(const wchar_t* name) {
+    wchar_t buffer[1024] = {};
+    const DWORD n = ::GetEnvironmentVariableW(name, buffer, 1024);
+    return n > 0 && n < 1024 ? std::wstring(buffer) : std::wstring();
+}
+
+HostRef WindowAt(SimHost& host, std::int32_t index) {
+    Variant windows, window;
+    Variant at = Variant::I4(index);
+    if (FAILED(
+            host.Application()->Invoke(u"Windows", host::InvokeKind::Get, nullptr, 0, &windows)) ||
+        FAILED(windows.ObjectValue()->InvokeDefault(&at, 1, &window))) {
+        return nullptr;
+    }
+    return window.ObjectValue();
+}
+
+// The add-in connected to a simulated host whose task pane factory docks
+// and activates each pane, as the host does when a pane is shown.
+class PaneDriver : public HostDriver {
+  protected:
+    void Connect(SimHost& host) {
+        ASSERT_HRESULT_SUCCEEDED(CallExport(dll_, "DllRegisterServer"));
+        ASSERT_HRESULT_SUCCEEDED(
+            CreateFromUserClasses(L"PptAddin.Connect", office::IID_IDTExtensibility2,
+                                  reinterpret_cast<void**>(extensibility_.GetAddressOf())));
+        ASSERT_HRESULT_SUCCEEDED(extensibility_->QueryInterface(
+            IID_IDispatch, reinterpret_cast<void**>(dispatch_.GetAddressOf())));
+        ComPtr<office::ICustomTaskPaneConsumer> consumer;
+        ASSERT_HRESULT_SUCCEEDED(
+            extensibility_->QueryInterface(office::IID_ICustomTaskPaneConsumer,
+                                           reinterpret_cast<void**>(consumer.GetAddressOf())));
+        SAFEARRAY* custom = nullptr;
+        ASSERT_EQ(extensibility_->OnConnection(Export(host.Application()).Get(),
+                                               office::ext_cm_Startup, nullptr, &custom),
+                  S_OK);
+        ASSERT_HRESULT_SUCCEEDED(consumer->CTPFactoryAvailable(&factory_));
+    }
+
+    HRESULT Click(const wchar_t* callback, const HostRef& window) {
+        auto control = std::make_shared<PropertyObject>(std::map<std::u16string, Variant>{
+            {u"Id", Variant::String(u"btn")}, {u"Context", Variant::Object(window)}});
+        return CallBack(dispatch_.Get(), IdOf(dispatch_.Get(), callback), Export(control).Get());
+    }
+
+    void BeginShutdown() {
+        SAFEARRAY* custom = nullptr;
+        EXPECT_EQ(extensibility_->OnBeginShutdown(&custom), S_OK);
+    }
+
+    // The host's way out, then every object of the add-in must be gone.
+    void Disconnect() {
+        SAFEARRAY* custom = nullptr;
+        EXPECT_EQ(extensibility_->OnDisconnection(office::ext_dm_HostShutdown, &custom), S_OK);
+        extensibility_.Reset();
+        dispatch_.Reset();
+        factory_.CloseAll();
+        // Completions the view posted before it closed still arrive.
+        PumpUntil([] { return false; }, 300);
+        HMODULE module = ::GetModuleHandleW(dll_.c_str());
+        ASSERT_NE(module, nullptr);
+        auto canUnload = reinterpret_cast<DllFunction>(
+            reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
+        ASSERT_NE(canUnload, nullptr);
+        EXPECT_EQ(canUnload(), S_OK) << "every object of the add-in released";
+        EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
+    }
+
+    ComPtr<office::_IDTExtensibility2> extensibility_;
+    ComPtr<IDispatch> dispatch_;
+    TaskPaneFactory factory_{true};
+};
+
+// Runs first of the pane suites: the loader must not be loaded yet when it
+// is taken away.
+TEST_F(PaneDriver, BringUpFailuresAreLoggedShownOnceAndLeaveThePaneClosable) {
+    SimHost host(HostKind::PowerPoint);
+    for (int i = 0; i < 5; ++i)
+        host.AddPresentation(DeckBuilder().Slide().Text(u"Title", u"Hello").Build());
+    Connect(host);
+    BoxAnswerer answerer;
+    const int answeredBefore = BoxAnswerer::Answered();
+
+    // No loader beside the add-in.
+    const std::wstring loader = DriverFolder() + L"WebView2Loader.dll";
+    const std::wstring away = loader + L".away";
+    ASSERT_TRUE(::MoveFileExW(loader.c_str(), away.c_str(), MOVEFILE_REPLACE_EXISTING));
+    std::string before = AddinLog();
+    EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, 1)));
+    ASSERT_TRUE(::MoveFileExW(away.c_str(), loader.c_str(), MOVEFILE_REPLACE_EXISTING));
+    const std::string missing = "PptPane WebView2 create failed hr=0x8007007E";
+    EXPECT_EQ(Occurrences(AddinLog(), missing), Occurrences(before, missing) + 1);
+    EXPECT_EQ(BoxAnswerer::Answered(), answeredBefore + 1) << "the failure dialog";
+    EXPECT_EQ(ClipboardText(), L"Quillbrook-1") << "the support id, copied after the dialog";
+
+    StandIn standIn;
+    ASSERT_TRUE(standIn.Load());
+    struct Case {
+        int step;
+        HRESULT hr;
+        const char* line;
+    };
+    const Case cases[] = {
+        {QbStandInFailCreate, E_ACCESSDENIED, "PptPane WebView2 create failed hr=0x80070005"},
+        {QbStandInFailEnvironment, E_ABORT, "PptPane WebView2 environment failed hr=0x80004004"},
+        {QbStandInFailController, E_OUTOFMEMORY,
+         "PptPane WebView2 controller failed hr=0x8007000E"},
+        {QbStandInFailCoreView, S_OK, "PptPane WebView2 core failed hr=0x80004005"},
+    };
+    std::int32_t window = 2;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        standIn.Reset();
+        ASSERT_HRESULT_SUCCEEDED(standIn.Fail(c.step, c.hr));
+        before = AddinLog();
+        EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, window++)));
+        EXPECT_TRUE(PumpUntil(
+            [&] { return Occurrences(AddinLog(), c.line) > Occurrences(before, c.line); }, 20000));
+        const JsonValue report = standIn.Report();
+        const JsonValue* navigations = report.Find(u"navigations");
+        ASSERT_TRUE(navigations && navigations->IsArray());
+        EXPECT_TRUE(navigations->Items().empty()) << "a failed bring-up shows no page";
+        if (c.step == QbStandInFailCoreView) {
+            EXPECT_EQ(standIn.Count(u"controllersClosed"), 1) << "the controller without a view";
+        }
+    }
+    EXPECT_EQ(BoxAnswerer::Answered(), answeredBefore + 1) << "one dialog in a process";
+    ASSERT_EQ(factory_.All().size(), 5u);
+    for (const auto& created : factory_.All())
+        EXPECT_HRESULT_SUCCEEDED(created.activation);
+
+    before = AddinLog();
+    BeginShutdown();
+    EXPECT_EQ(Occurrences(AddinLog(), "PptPane BeginShutdownEarly"),
+              Occurrences(before, "PptPane BeginShutdownEarly") + 5);
+    Disconnect();
+}
+
+TEST_F(PaneDriver, TranslatesADeckThroughThePaneAndItsViewAsTheFrontEndDoes) {
+    const std::wstring deckPath = Env(L"QB_SAMPLE_DECK");
+    const std::wstring expectedPath = Env(L"QB_EXPECTED_DECK");
+    const std::wstring port = Env(L"QB_STAND_IN_PORT");
+    if (deckPath.empty() || expectedPath.empty() || port.empty()) {
+        GTEST_SKIP() << "needs QB_SAMPLE_DECK, QB_EXPECTED_DECK and QB_STAND_IN_PORT, which the "
+                        "test command sets";
+    }
+    DeckLoadResult loaded = LoadDeckFile(FromWide(deckPath.c_str()));
+    ASSERT_TRUE(loaded.error.empty()) << loaded.error;
+    DeckLoadResult expected = LoadDeckFile(FromWide(expectedPath.c_str()));
+    ASSERT_TRUE(expected.error.empty()) << expected.error;
+    ASSERT_NE(WriteDeck(expected), WriteDeck(loaded)) << "the front end translated the deck";
+    SimHost host(loaded.kind);
+    const auto deck = OpenDeck(host, loaded);
+
+    StandIn standIn;
+    ASSERT_TRUE(standIn.Load());
+    standIn.Reset();
+    ASSERT_HRESULT_SUCCEEDED(
+        standIn.Service(L"127.0.0.1", static_cast<unsigned>(std::stoul(port))));
+    Connect(host);
+
+    EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, 1)));
+    ASSERT_EQ(factory_.All().size(), 1u);
+    const auto& created = factory_.All()[0];
+    EXPECT_HRESULT_SUCCEEDED(created.activation);
+    EXPECT_EQ(created.site->activated, 1);
+    EXPECT_EQ(created.site->shown, 1);
+    ASSERT_TRUE(PumpUntil([&] { return standIn.Count(u"navigationsCompleted") >= 1; }, 30000))
+        << "the view came up and showed its first page";
+    {
+        const JsonValue report = standIn.Report();
+        const JsonValue* folder = report.Find(u"userDataFolder");
+        ASSERT_TRUE(folder && folder->IsString());
+        const std::u16string suffix = u"\\Quillbrook\\WebView2";
+        EXPECT_EQ(folder->StringValue().substr(folder->StringValue().size() - suffix.size()),
+                  suffix);
+        EXPECT_TRUE(report.Find(u"visible")->BoolValue());
+        EXPECT_FALSE(report.Find(u"devTools")->BoolValue());
+        EXPECT_FALSE(report.Find(u"statusBar")->BoolValue());
+        const JsonValue* bounds = report.Find(u"lastBounds");
+        RECT client{};
+        ::GetClientRect(created.frame, &client);
+        ASSERT_TRUE(bounds && bounds->IsObject());
+        EXPECT_EQ(bounds->Find(u"right")->IntegerValue() - bounds->Find(u"left")->IntegerValue(),
+                  client.right - client.left)
+            << "the view fills the pane";
+        const JsonValue* navigations = report.Find(u"navigations");
+        ASSERT_TRUE(navigations && navigations->IsArray() && !navigations->Items().empty());
+        const std::u16string first = navigations->Items()[0].StringValue();
+        // The translate page, in the mode of the button clicked.
+        EXPECT_NE(first.find(u"/panel/ppt/?"), std::u16string::npos) << Utf16ToUtf8(first);
+        EXPECT_NE(first.find(u"&mode=full"), std::u16string::npos) << Utf16ToUtf8(first);
+    }
+
+    ASSERT_HRESULT_SUCCEEDED(
+        standIn.Send(u"{\"action\":\"setAccessToken\",\"accessToken\":\"stand-in-token\"}"));
+    ASSERT_HRESULT_SUCCEEDED(
+        standIn.Send(u"{\"action\":\"start\",\"panelMode\":\"full\",\"sourceLang\":\"auto\","
+                     u"\"targetLang\":\"de\"}"));
+    ASSERT_TRUE(PumpUntil(
+        [&] {
+            return standIn.Events(u"onComplete") + standIn.Events(u"onError") +
+                       standIn.Events(u"onCancelled") >
+                   0;
+        },
+        900000));
+    EXPECT_EQ(standIn.Events(u"onComplete"), 1);
+    EXPECT_EQ(standIn.Events(u"onError"), 0);
+    EXPECT_GT(standIn.Count(u"serviceCalls"), 0) << "batches went through the page";
+    EXPECT_EQ(standIn.Count(u"servicePending"), 0);
+
+    // The deck as the front end left it from the same file.
+    EXPECT_EQ(WriteDeck(CaptureDeck(host, deck)), WriteDeck(expected));
+
+    BeginShutdown();
+    EXPECT_EQ(standIn.Count(u"controllersClosed"), 1);
+    Disconnect();
+}
+
+// A host that never activates the control in a site of its own but hands
+// DoVerb a parent window: the control makes its window there, and the
+// container's rectangles move it.
+TEST_F(PaneDriver, AControlWithoutASiteMakesItsWindowInTheParentDoVerbGives) {
+    ASSERT_HRESULT_SUCCEEDED(CallExport(dll_, "DllRegisterServer"));
+    StandIn standIn;
+    ASSERT_TRUE(standIn.Load());
+    standIn.Reset();
+    {
+        ComPtr<IOleObject> object;
+        ASSERT_HRESULT_SUCCEEDED(
+            CreateFromUserClasses(L"Quillbrook.PptPane", IID_IOleObject,
+                                  reinterpret_cast<void**>(object.GetAddressOf())));
+        ComPtr<IOleWindow> window;
+        ASSERT_HRESULT_SUCCEEDED(object.As(&window));
+        SIZEL extent{};
+        EXPECT_HRESULT_SUCCEEDED(object->GetExtent(DVASPECT_CONTENT, &extent));
+        EXPECT_EQ(extent.cx, 5080);
+        EXPECT_EQ(extent.cy, 5080);
+        DWORD misc = 0;
+        EXPECT_HRESULT_SUCCEEDED(object->GetMiscStatus(DVASPECT_CONTENT, &misc));
+        EXPECT_EQ(misc, 131473u) << "as the class's registration says";
+
+        // No site and no parent: nothing to make a window in.
+        std::string before = AddinLog();
+        EXPECT_EQ(object->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, nullptr, 0, nullptr, nullptr),
+                  S_OK);
+        HWND hwnd = nullptr;
+        EXPECT_EQ(window->GetWindow(&hwnd), E_FAIL);
+        EXPECT_EQ(Occurrences(AddinLog(), "CPptPane fallback create"),
+                  Occurrences(before, "CPptPane fallback create"));
+
+        // A parent: the window is made in it, and the view comes up once.
+        const HWND parent = MakePaneFrame();
+        ASSERT_NE(parent, nullptr);
+        EXPECT_EQ(object->DoVerb(OLEIVERB_SHOW, nullptr, nullptr, 0, parent, nullptr), S_OK);
+        ASSERT_HRESULT_SUCCEEDED(window->GetWindow(&hwnd));
+        EXPECT_EQ(::GetParent(hwnd), parent);
+        EXPECT_EQ(static_cast<DWORD>(::GetWindowLongW(hwnd, GWL_STYLE)) & 0x56000000u, 0x56000000u);
+        EXPECT_EQ(Occurrences(AddinLog(), "CPptPane fallback create OK"),
+                  Occurrences(before, "CPptPane fallback create OK") + 1);
+        ASSERT_TRUE(PumpUntil([&] { return standIn.Count(u"navigationsCompleted") >= 1; }, 30000));
+        EXPECT_EQ(object->DoVerb(OLEIVERB_SHOW, nullptr, nullptr, 0, parent, nullptr), S_OK);
+        PumpUntil([] { return false; }, 200);
+        EXPECT_EQ(Occurrences(AddinLog(), "CPptPane InitWebView begin"),
+                  Occurrences(before, "CPptPane InitWebView begin") + 1)
+            << "the view comes up once in a pane's life";
+        EXPECT_EQ(standIn.Count(u"environments"), 1);
+
+        // The container's rectangles: the window moves, the view follows.
+        ComPtr<IOleInPlaceObject> inPlace;
+        ASSERT_HRESULT_SUCCEEDED(object.As(&inPlace));
+        const RECT position{10, 20, 310, 420};
+        EXPECT_HRESULT_SUCCEEDED(inPlace->SetObjectRects(&position, &position));
+        RECT placed{};
+        ::GetWindowRect(hwnd, &placed);
+        ::MapWindowPoints(nullptr, parent, reinterpret_cast<POINT*>(&placed), 2);
+        EXPECT_EQ(placed.left, 10);
+        EXPECT_EQ(placed.top, 20);
+        EXPECT_EQ(placed.right - placed.left, 300);
+        EXPECT_EQ(placed.bottom - placed.top, 400);
+        const JsonValue report = standIn.Report();
+        const JsonValue* bounds = report.Find(u"lastBounds");
+        ASSERT_TRUE(bounds && bounds->IsObject());
+        EXPECT_EQ(bounds->Find(u"right")->IntegerValue(), 300);
+        EXPECT_EQ(bounds->Find(u"bottom")->IntegerValue(), 400);
+
+        // Its window's end closes the pane and its view.
+        before = AddinLog();
+        ::DestroyWindow(parent);
+        EXPECT_FALSE(::IsWindow(hwnd));
+        EXPECT_EQ(Occurrences(AddinLog(), "PptPane BeginShutdownEarly"),
+                  Occurrences(before, "PptPane BeginShutdownEarly") + 1);
+        EXPECT_EQ(standIn.Count(u"controllersClosed"), 1);
+    }
+    HMODULE module = ::GetModuleHandleW(dll_.c_str());
+    auto canUnload = reinterpret_cast<DllFunction>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
+    ASSERT_NE(canUnload, nullptr);
+    EXPECT_EQ(canUnload(), S_OK);
+    EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
+}
+
+TEST_F(PaneDriver, HostShutdownDuringARunCancelsItAndClosesTheView) {
+    const std::wstring port = Env(L"QB_STAND_IN_PORT");
+    if (port.empty()) GTEST_SKIP() << "needs QB_STAND_IN_PORT, which the test command sets";
+    SimHost host(HostKind::PowerPoint);
+    DeckBuilder builder;
+    for (int i = 1; i <= 8; ++i)
+        builder.Slide().Text(u"Body", u"Slide number " + DecimalText(i) + u" says hello.");
+    host.AddPresentation(builder.Build());
+    StandIn standIn;
+    ASSERT_TRUE(standIn.Load());
+    standIn.Reset();
+    ASSERT_HRESULT_SUCCEEDED(
+        standIn.Service(L"127.0.0.1", static_cast<unsigned>(std::stoul(port))));
+    Connect(host);
+    EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, 1)));
+    ASSERT_TRUE(PumpUntil([&] { return standIn.Count(u"navigationsCompleted") >= 1; }, 30000));
+    ASSERT_HRESULT_SUCCEEDED(standIn.Send(
+        u"{\"action\":\"start\",\"accessToken\":\"stand-in-token\",\"targetLang\":\"de\"}"));
+    ASSERT_TRUE(PumpUntil([&] { return standIn.Events(u"onProgress") > 0; }, 60000));
+
+    const std::string before = AddinLog();
+    BeginShutdown();
+    const std::string after = AddinLog();
+    EXPECT_EQ(Occurrences(after, "PptPane BeginShutdownEarly"),
+              Occurrences(before, "PptPane BeginShutdownEarly") + 1);
+    EXPECT_EQ(Occurrences(after, "run worker busy"), Occurrences(before, "run worker busy"));
+    EXPECT_EQ(standIn.Count(u"controllersClosed"), 1);
+    const std::int64_t eventsAtShutdown = standIn.Events(u"onProgress");
+    PumpUntil([] { return false; }, 500);
+    EXPECT_EQ(standIn.Events(u"onComplete"), 0);
+    EXPECT_EQ(standIn.Events(u"onProgress"), eventsAtShutdown) << "nothing reaches a closed page";
+    Disconnect();
 }
 
 INSTANTIATE_TEST_SUITE_P(Hosts, HostSequence,
