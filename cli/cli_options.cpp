@@ -219,11 +219,12 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         } else if (arg == "--road") {
             std::string s;
             if (!next(s)) return r;
-            // The panel road comes with the pane and its scripted page.
             if (s == "native") {
                 o.road = Road::Native;
+            } else if (s == "panel") {
+                o.road = Road::Panel;
             } else {
-                r.error = "--road: expected native, got \"" + s + "\"";
+                r.error = "--road: expected native or panel, got \"" + s + "\"";
                 return r;
             }
         } else if (arg == "--target-font") {
@@ -249,6 +250,12 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
                 r.error = "--service: expected http://127.0.0.1:PORT, got \"" + o.serviceUrl + "\"";
                 return r;
             }
+        } else if (arg == "--glossary") {
+            std::string s;
+            if (!next(s)) return r;
+            o.glossaryFiles.push_back(s);
+        } else if (arg == "--instruction") {
+            if (!next(o.instructionFile)) return r;
         } else if (arg == "--token") {
             if (!next(o.token)) return r;
         } else if (arg == "--report") {
@@ -288,6 +295,11 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         r.error = "--scope selection needs --select";
         return r;
     }
+    // A running service has its own terms; only ours can be given files.
+    if (!o.serviceUrl.empty() && (!o.glossaryFiles.empty() || !o.instructionFile.empty())) {
+        r.error = "--glossary and --instruction need the in-process service, not --service";
+        return r;
+    }
     if (o.inPlace && !o.output.empty()) {
         r.error = "--in-place and --output exclude each other";
         return r;
@@ -314,7 +326,11 @@ std::string UsageText() {
            "      --select SPEC        what is selected: slides:2,4 | shapes:SLIDE:PATH[,PATH]\n"
            "                           | text:SLIDE:PATH:START:LENGTH  (PATH like 3 or 3/1)\n"
            "      --bilingual          write the translation onto copies behind the slides\n"
-           "      --road ROAD          native: the add-in posts to the service itself\n"
+           "      --road ROAD          native: the add-in posts to the service itself;\n"
+           "                           panel: batches go through the web panel (default native)\n"
+           "      --glossary FILE      a glossary: one term a line, SOURCE<TAB>TARGET[<TAB>NOTE],\n"
+           "                           UTF-8, # starts a comment; may be given more than once\n"
+           "      --instruction FILE   an instruction for the translation, UTF-8 plain text\n"
            "      --target-font NAME   font set on written text (\"\" keeps the source's)\n"
            "      --host HOST          pose as powerpoint or wps (default: as the deck says)\n"
            "      --service URL        a running stand-in service, http://127.0.0.1:PORT\n"
