@@ -4,6 +4,7 @@
 // in-process unless one is named) on the native or the panel road and
 // writes the slides back on its run tick; then the deck is saved beside the
 // input with a report.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -251,6 +252,7 @@ int Run(const Options& o) {
         o.road == Road::Panel ? RunPanelRoad(request, progress) : RunNativeRoad(request, progress);
     progress.End();
     service.Stop();
+    const std::vector<sim::RecordedRequest> translates = service.RequestsTo("/v1/translate");
     SetHttpEndpointForTesting(u"", 0);
 
     if (ran.closing == "error") {
@@ -282,6 +284,19 @@ int Run(const Options& o) {
                            std::chrono::steady_clock::now() - started)
                            .count();
     report.overflows = FindOverflows(*deck);
+    report.glossaries = o.glossaryFiles;
+    report.instruction = o.instructionFile;
+    for (const auto& entries : terms.glossaries)
+        report.terms += static_cast<std::int32_t>(entries.size());
+    if (o.serviceUrl.empty()) {
+        report.translateRequests = static_cast<std::int32_t>(translates.size());
+        report.resolveRequests =
+            static_cast<std::int32_t>(service.RequestsTo("/v1/terminology/resolve").size());
+        report.instructedRequests = static_cast<std::int32_t>(
+            std::count_if(translates.begin(), translates.end(), [](const sim::RecordedRequest& r) {
+                return r.body.find("\"instruction\":\"") != std::string::npos;
+            }));
+    }
 
     std::string error;
     if (!sim::SaveDeckFile(U16(o.output), sim::CaptureDeck(host, deck), &error)) {

@@ -29,20 +29,32 @@ void Progress::Show(std::int32_t collected, std::int32_t slidesTotal, std::int32
     std::snprintf(line, sizeof line,
                   "collected %d/%d slides, translated %d/%d units, written %d/%d slides", collected,
                   slidesTotal, done, units, written, slides);
-    if (line == last_) return;
+    if (line == shown_) return;
+    pending_ = line;
+    constexpr int kWidth = 24;
+    pendingBar_ = units ? done * kWidth / units : 0;
+    barWidth_ = kWidth;
+    // A bar redraws in place and can keep up; plain lines go to logs, where
+    // one a unit would drown the rest.
+    const auto gap = std::chrono::milliseconds(tty_ ? 50 : 500);
+    if (shown_.empty() || std::chrono::steady_clock::now() - shownAt_ >= gap) Print();
+}
+
+void Progress::Print() {
     if (tty_) {
-        const int width = 24;
-        const int filled = units ? done * width / units : 0;
-        std::fprintf(stderr, "\r[%s%s] %s", std::string(filled, '#').c_str(),
-                     std::string(width - filled, '.').c_str(), line);
+        std::fprintf(stderr, "\r[%s%s] %s", std::string(pendingBar_, '#').c_str(),
+                     std::string(barWidth_ - pendingBar_, '.').c_str(), pending_.c_str());
     } else {
-        std::fprintf(stderr, "%s\n", line);
+        std::fprintf(stderr, "%s\n", pending_.c_str());
     }
-    last_ = line;
+    shown_ = pending_;
+    shownAt_ = std::chrono::steady_clock::now();
 }
 
 void Progress::End() {
-    if (!quiet_ && tty_) std::fprintf(stderr, "\n");
+    if (quiet_) return;
+    if (!pending_.empty() && pending_ != shown_) Print();
+    if (tty_) std::fprintf(stderr, "\n");
 }
 
 RoadOutcome RunNativeRoad(const RoadRequest& request, Progress& progress) {

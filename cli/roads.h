@@ -6,6 +6,7 @@
 // the same way.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -46,7 +47,8 @@ struct RoadOutcome {
 };
 
 // The progress line: a bar on a terminal, plain lines otherwise, nothing
-// when quiet. Shown only when something changed.
+// when quiet. A line is shown when something changed, at most a few times a
+// second; End shows the last state if it wasn't shown yet.
 class Progress {
   public:
     explicit Progress(bool quiet);
@@ -55,8 +57,12 @@ class Progress {
     void End();
 
   private:
+    void Print();
+
     bool quiet_, tty_;
-    std::string last_;
+    std::string pending_, shown_;
+    int pendingBar_ = 0, barWidth_ = 0;  // the bar's filled part and its width
+    std::chrono::steady_clock::time_point shownAt_;
 };
 
 RoadOutcome RunNativeRoad(const RoadRequest& request, Progress& progress);
