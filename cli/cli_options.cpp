@@ -256,6 +256,13 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
             o.glossaryFiles.push_back(s);
         } else if (arg == "--instruction") {
             if (!next(o.instructionFile)) return r;
+        } else if (arg == "--latency") {
+            std::string s;
+            if (!next(s)) return r;
+            if (!ParseInt(s, o.latencyMs) || o.latencyMs > 600000) {
+                r.error = "--latency: expected milliseconds from 0 to 600000, got \"" + s + "\"";
+                return r;
+            }
         } else if (arg == "--token") {
             if (!next(o.token)) return r;
         } else if (arg == "--report") {
@@ -300,6 +307,10 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         r.error = "--glossary and --instruction need the in-process service, not --service";
         return r;
     }
+    if (!o.serviceUrl.empty() && o.latencyMs > 0) {
+        r.error = "--latency needs the in-process service, not --service";
+        return r;
+    }
     if (o.inPlace && !o.output.empty()) {
         r.error = "--in-place and --output exclude each other";
         return r;
@@ -335,6 +346,7 @@ std::string UsageText() {
            "      --host HOST          pose as powerpoint or wps (default: as the deck says)\n"
            "      --service URL        a running stand-in service, http://127.0.0.1:PORT\n"
            "                           (default: one is started in-process)\n"
+           "      --latency MS         the in-process service answers this late (default 0)\n"
            "      --token TOKEN        the access token sent to the service\n"
            "  -o, --output FILE        the translated deck (default DECK.translated.json)\n"
            "      --in-place           overwrite DECK instead\n"

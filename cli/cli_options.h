@@ -42,6 +42,9 @@ struct Options {
     // in-process service and named in the run by their ids.
     std::vector<std::string> glossaryFiles;
     std::string instructionFile;
+    // The in-process service answers each translate and resolve request
+    // this many milliseconds late, as a remote one would.
+    std::int32_t latencyMs = 0;
     std::string token = "stand-in-token";
     std::string reportPath;  // empty: beside the output, ".report.json"
     std::string htmlPath;    // empty: no HTML report

@@ -4,6 +4,8 @@
 // in-process unless one is named) on the native or the panel road and
 // writes the slides back on its run tick; then the deck is saved beside the
 // input with a report.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -57,8 +59,11 @@ bool WriteText(const std::string& path, const std::string& text) {
     return false;
 }
 
-// The whole file, or false when it can't be read.
+// The whole file, or false when it can't be read. A folder opens like a
+// file here and reads as nothing, so it is turned away first.
 bool ReadFile(const std::string& path, std::string& text) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
     std::ifstream in(path, std::ios::binary);
     if (!in) return false;
     std::stringstream s;
@@ -202,7 +207,9 @@ int Run(const Options& o) {
     if (!termsError.empty()) return Fail(kExitInput, termsError);
 
     // The service: a running stand-in, or one of our own on a free port.
-    sim::StandInService service;
+    sim::StandInService::Options serviceOptions;
+    serviceOptions.latencyMs = static_cast<std::uint32_t>(o.latencyMs);
+    sim::StandInService service(serviceOptions);
     std::string serviceHost = "127.0.0.1";
     std::uint16_t port = 0;
     if (o.serviceUrl.empty()) {

@@ -56,12 +56,14 @@ TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
 
 TEST(CliOptions, ThePanelRoadAndTerminologyFiles) {
     ParseResult r = Parse({"--road", "panel", "--glossary", "a.tsv", "--glossary=b.tsv",
-                           "--instruction", "i.txt", "d.json"});
+                           "--instruction", "i.txt", "--latency", "250", "d.json"});
     ASSERT_EQ(r.error, "");
     EXPECT_EQ(r.options.road, Road::Panel);
     EXPECT_EQ(r.options.glossaryFiles, (std::vector<std::string>{"a.tsv", "b.tsv"}));
     EXPECT_EQ(r.options.instructionFile, "i.txt");
+    EXPECT_EQ(r.options.latencyMs, 250);
     r = Parse({"d.json"});
+    EXPECT_EQ(r.options.latencyMs, 0);
     EXPECT_TRUE(r.options.glossaryFiles.empty());
     EXPECT_EQ(r.options.instructionFile, "");
 }
@@ -108,6 +110,12 @@ TEST(CliOptions, MistakesAreOneLineErrors) {
         {{"--road", "carrier-pigeon", "a.json"},
          "--road: expected native or panel, got \"carrier-pigeon\""},
         {{"--glossary"}, "--glossary: needs a value"},
+        {{"--latency", "-5", "a.json"},
+         "--latency: expected milliseconds from 0 to 600000, got \"-5\""},
+        {{"--latency", "600001", "a.json"},
+         "--latency: expected milliseconds from 0 to 600000, got \"600001\""},
+        {{"--latency=10", "--service", "http://127.0.0.1:8123", "a.json"},
+         "--latency needs the in-process service, not --service"},
         {{"--instruction", "i.txt", "--service", "http://127.0.0.1:8123", "a.json"},
          "--glossary and --instruction need the in-process service, not --service"},
         {{"--service=http://127.0.0.1:8123", "--glossary", "g.tsv", "a.json"},
