@@ -357,7 +357,8 @@ std::string UsageText() {
            "      --version            the version\n"
            "\n"
            "Exit status: 0 translated; 1 the run ended with units that failed;\n"
-           "2 bad command line; 3 bad input (deck, selection); 4 the service failed;\n"
+           "2 bad command line; 3 bad input (deck, selection, glossary, instruction);\n"
+           "4 the service failed; "
            "5 an output could not be written.\n";
 }
 

@@ -27,14 +27,13 @@ class CountingView : public sim::RecordingView {
     }
     void Read(const PptCtrl& run) {
         slides = static_cast<std::int32_t>(run.Lists().spans.size());
-        units = static_cast<std::int32_t>(run.Lists().texts.size());
         applied = run.Applied();
         written = run.ApplyCursor();
         firstApplyError = Utf16ToUtf8(run.FirstApplyError());
     }
 
     const PptPane* pane = nullptr;
-    std::int32_t slides = 0, units = 0, applied = 0, written = 0;
+    std::int32_t slides = 0, applied = 0, written = 0;
     std::string firstApplyError;
 };
 
@@ -116,8 +115,10 @@ RoadOutcome RunPanelRoad(const RoadRequest& request, Progress& progress) {
     (void)page.PumpUntil(hear, kNoLimit);
     (void)page.PumpUntilIdle(kNoLimit);
     hear();
+    // What the events carry comes from them; what was written, from the
+    // controller as the run let it go.
     out.slides = view.slides;
-    out.units = view.units;
+    out.units = units;
     out.translated = view.applied;
     out.slidesWritten = view.written;
     out.firstApplyError = view.firstApplyError;
