@@ -3,10 +3,12 @@
 // shape for the fit, each beside the least the algorithms can make. Host
 // calls are what a run costs on the host's thread, where every call is a
 // cross-apartment round trip on a real host; the counts are exact and
-// repeatable, so this prints one table instead of timing anything.
+// repeatable, so this prints one table instead of timing anything (or,
+// with --tsv, one "name<TAB>value" line a figure for scripts).
 #include <cstdio>
 #include <string>
 
+#include "bench/bench_decks.h"
 #include "charts/chart_steps.h"
 #include "foundation/text.h"
 #include "run/run_steps.h"
@@ -23,41 +25,11 @@ using namespace qb;
 constexpr int kSlides = 50;
 
 std::shared_ptr<sim::PresentationModel> BusinessDeck() {
-    sim::DeckBuilder b;
-    for (int i = 1; i <= kSlides; ++i) {
-        const std::u16string n = DecimalText(i);
-        b.Slide().Placeholder(u"Title", u"Section " + n + u": results and outlook");
-        b.Placeholder(u"Body",
-                      u"Revenue grew in every region\rCosts held steady\rMargins improved "
-                      u"slightly\rThe outlook stays positive",
-                      sim::Box{50, 120, 860, 300});
-        b.Table(u"Table", 3, 2, {u"Region", u"Share", u"North", u"40%", u"South", u"60%"},
-                sim::Box{50, 430, 400, 90});
-        b.BeginGroup(u"Group").Text(u"Callout", u"Best quarter so far");
-        b.Text(u"Source", u"Source: finance team").EndGroup();
-        b.Notes(u"Speak about slide " + n + u" for two minutes");
-    }
-    return b.Build();
+    return bench::BusinessDeck(kSlides);
 }
 
-struct Counted {
-    std::uint64_t calls = 0;
-    std::size_t units = 0;
-};
-
 RunContext Context(sim::SimHost& host, RunOptions& options) {
-    RunContext run;
-    run.application = host.Application();
-    (void)host::GetItem(
-        [&] {
-            host::HostRef windows;
-            (void)host::GetObject(run.application, u"Windows", windows);
-            return windows;
-        }(),
-        1, run.window);
-    (void)host::GetObject(run.window, u"Presentation", run.presentation);
-    run.options = &options;
-    return run;
+    return bench::Context(host, options);
 }
 
 // Writes every slide; with `fit` false the run has a forced size, which
@@ -84,17 +56,7 @@ std::uint64_t WriteAll(bool fit, std::size_t& frameShapes) {
         if (newShape && a.kind == UnitKind::Frame) ++frameShapes;
     }
     host.ResetCounts();
-    for (std::int32_t slide = 1; slide <= kSlides; ++slide) {
-        ApplySlideArgs args;
-        args.presentation = run.presentation;
-        args.lists = &lists;
-        args.options = &options;
-        args.slideIndex = slide;
-        args.targetSlide = slide;
-        std::int32_t applied = 0;
-        std::u16string error;
-        ApplySlide(args, applied, error);
-    }
+    (void)bench::WriteSlides(run, lists, kSlides);
     return host.TotalCalls();
 }
 
@@ -127,25 +89,15 @@ ChartCalls CountChartCalls(bool linked) {
         lists.translations.push_back(u"DE " + text);
     const ShapeUnitWriters writers = MakeChartWriters();
     host.ResetCounts();
-    for (std::int32_t slide = 1; slide <= kCharts; ++slide) {
-        ApplySlideArgs args;
-        args.presentation = run.presentation;
-        args.lists = &lists;
-        args.options = &options;
-        args.slideIndex = slide;
-        args.targetSlide = slide;
-        args.writers = &writers;
-        std::int32_t applied = 0;
-        std::u16string error;
-        ApplySlide(args, applied, error);
-    }
+    (void)bench::WriteSlides(run, lists, kCharts, &writers);
     calls.write = static_cast<double>(host.TotalCalls()) / kCharts;
     return calls;
 }
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    const bool tsv = argc > 1 && std::string(argv[1]) == "--tsv";
     sim::SimHost host;
     host.AddPresentation(BusinessDeck());
     RunOptions options;
@@ -177,6 +129,15 @@ int main() {
     const double writePerParagraph = static_cast<double>(writeCalls) / units;
     const double fitPerShape =
         static_cast<double>(writeAndFitCalls - writeCalls) / static_cast<double>(frameShapes);
+    if (tsv) {
+        std::printf("units\t%zu\n", lists.units.size());
+        std::printf("collection_per_paragraph\t%.1f\n", collectPerParagraph);
+        std::printf("writeback_per_paragraph\t%.1f\n", writePerParagraph);
+        std::printf("fit_per_shape\t%.1f\n", fitPerShape);
+        std::printf("run_per_paragraph\t%.1f\n",
+                    static_cast<double>(collectCalls + writeAndFitCalls) / units);
+        return 0;
+    }
     std::printf("Host calls of the slide engine, %d slides, %zu units, %zu frame shapes\n", kSlides,
                 lists.units.size(), frameShapes);
     std::printf("%-34s %10s %14s\n", "", "measured", "least");

@@ -1,22 +1,60 @@
-// What the engine itself costs, with the host and the service out of the
-// way: the worker's loop per unit and per batch with a transport that
-// answers at once, and one member call on the simulated host.
+// What the engine itself costs, with the service out of the way: the
+// worker's loop per unit and per batch with a transport that answers at
+// once, a whole run (collection, worker, writeback) per unit on the
+// simulated host, the JSON of one batch each way, the memory a run holds
+// per unit, and one member call on the simulated host.
+// --benchmark_format=json gives the figures to scripts (scripts/bench.sh).
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
 
 #include <stdlib.h>
 
+#include "bench/bench_decks.h"
 #include "foundation/platform.h"
 #include "foundation/text.h"
 #include "run/batch_loop.h"
+#include "run/json.h"
+#include "run/service_client.h"
 #include "sim/host/deck_builder.h"
 #include "sim/host/sim_host.h"
 #include "slides/automation.h"
+#include "slides/collect.h"
+#include "slides/writeback.h"
 
 namespace {
 
 using namespace qb;
+
+// The worker's body over `texts` with the given config's transport.
+std::u16string RunWorker(TranslateClientConfig& config, const std::vector<std::u16string>& texts,
+                         const std::vector<SlideSpan>& spans,
+                         std::vector<std::u16string>& translations) {
+    std::u16string message, code;
+    std::atomic<HRESULT> outcome{S_OK};
+    std::atomic<std::int32_t> ready{0};
+    WorkerArgs args;
+    args.config = &config;
+    args.texts = &texts;
+    args.translations = &translations;
+    args.errorMessage = &message;
+    args.errorCode = &code;
+    args.workerResult = &outcome;
+    args.spans = &spans;
+    args.readySpans = &ready;
+    WorkerMain(args);
+    return code;
+}
+
+// A transport that answers every batch at once.
+TranslateBatchResult Instant(const TranslateBatchRequest& request) {
+    TranslateBatchResult result;
+    result.ok = true;
+    for (const std::u16string& text : request.texts)
+        result.translations.push_back(u"DE " + text);
+    return result;
+}
 
 // A run of `units` units on slides of 20, each text about a line long.
 void WorkerLoop(benchmark::State& state) {
@@ -40,19 +78,7 @@ void WorkerLoop(benchmark::State& state) {
             return result;
         };
         std::vector<std::u16string> translations;
-        std::u16string message, code;
-        std::atomic<HRESULT> outcome{S_OK};
-        std::atomic<std::int32_t> ready{0};
-        WorkerArgs args;
-        args.config = &config;
-        args.texts = &texts;
-        args.translations = &translations;
-        args.errorMessage = &message;
-        args.errorCode = &code;
-        args.workerResult = &outcome;
-        args.spans = &spans;
-        args.readySpans = &ready;
-        WorkerMain(args);
+        RunWorker(config, texts, spans, translations);
         benchmark::DoNotOptimize(translations.data());
     }
     state.SetItemsProcessed(state.iterations() * units);
@@ -60,6 +86,94 @@ void WorkerLoop(benchmark::State& state) {
         static_cast<double>(batches), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(WorkerLoop)->Arg(20)->Arg(200)->Arg(2000);
+
+// The engine's whole work for a run, per unit: collection on the simulated
+// host, the worker with an instant transport, and every slide written and
+// fitted. The deck is built outside the timing.
+void EngineRun(benchmark::State& state) {
+    constexpr int kSlides = 20;
+    std::size_t units = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        sim::SimHost host;
+        host.AddPresentation(bench::BusinessDeck(kSlides));
+        RunOptions options;
+        options.targetFont = u"Times New Roman";
+        const RunContext run = bench::Context(host, options);
+        RunLists lists;
+        std::u16string message;
+        state.ResumeTiming();
+        (void)CollectDeck(run, true, lists, message);
+        TranslateClientConfig config;
+        config.nativeRoad = Instant;
+        RunWorker(config, lists.texts, lists.spans, lists.translations);
+        benchmark::DoNotOptimize(bench::WriteSlides(run, lists, kSlides));
+        units = lists.texts.size();
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(units));
+    state.counters["units"] = static_cast<double>(units);
+}
+BENCHMARK(EngineRun)->Unit(benchmark::kMillisecond);
+
+std::vector<std::u16string> BatchTexts() {
+    std::vector<std::u16string> texts;
+    for (int i = 0; i < 20; ++i) {
+        texts.push_back(u"Revenue grew \"strongly\" in region " + DecimalText(i) +
+                        u", costs held steady\tand margins improved");
+    }
+    return texts;
+}
+
+// The request body of one 20-unit batch, as the service client writes it.
+void BatchJsonWrite(benchmark::State& state) {
+    TranslateBatchRequest request;
+    request.texts = BatchTexts();
+    for (int i = 0; i < 20; ++i)
+        request.unitIds.push_back(u"slides[1].shapes[" + DecimalText(i + 1) + u"].p1");
+    request.sourceLang = u"en";
+    request.targetLang = u"de";
+    request.glossary = {{u"Revenue", u"Umsatz", u""}};
+    request.instruction = u"Keep it short";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(BuildTranslateBody(request));
+}
+BENCHMARK(BatchJsonWrite);
+
+// The service's answer to one 20-unit batch, read back into a result.
+void BatchJsonRead(benchmark::State& state) {
+    const std::vector<std::u16string> texts = BatchTexts();
+    const std::u16string reply = JsonObjectWriter()
+                                     .Raw(u"translations", JsonStringArray(texts))
+                                     .Raw(u"unitIds", JsonStringArray(texts))
+                                     .Finish();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ReadTranslateReply(reply, 200, u"", texts.size()));
+}
+BENCHMARK(BatchJsonRead);
+
+// The heap a run holds per unit once it is collected and translated: its
+// lists of units, texts, addresses and translations. Counted by the
+// allocator, so one pass says it all.
+void RunMemory(benchmark::State& state) {
+    sim::SimHost host;
+    host.AddPresentation(bench::BusinessDeck(50));
+    RunOptions options;
+    const RunContext run = bench::Context(host, options);
+    double perUnit = 0;
+    for (auto _ : state) {
+        const std::size_t before = mallinfo2().uordblks;
+        auto lists = std::make_unique<RunLists>();
+        std::u16string message;
+        (void)CollectDeck(run, true, *lists, message);
+        TranslateClientConfig config;
+        config.nativeRoad = Instant;
+        RunWorker(config, lists->texts, lists->spans, lists->translations);
+        const std::size_t after = mallinfo2().uordblks;
+        perUnit = static_cast<double>(after - before) / static_cast<double>(lists->texts.size());
+    }
+    state.counters["bytes_per_unit"] = perUnit;
+}
+BENCHMARK(RunMemory)->Iterations(1);
 
 // One by-name call on the simulated host: the floor under every host call
 // the engine's tests count.

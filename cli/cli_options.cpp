@@ -219,11 +219,12 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         } else if (arg == "--road") {
             std::string s;
             if (!next(s)) return r;
-            // The panel road comes with the pane and its scripted page.
             if (s == "native") {
                 o.road = Road::Native;
+            } else if (s == "panel") {
+                o.road = Road::Panel;
             } else {
-                r.error = "--road: expected native, got \"" + s + "\"";
+                r.error = "--road: expected native or panel, got \"" + s + "\"";
                 return r;
             }
         } else if (arg == "--target-font") {
@@ -247,6 +248,19 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
             std::uint16_t port = 0;
             if (!ParseServiceUrl(o.serviceUrl, host, port)) {
                 r.error = "--service: expected http://127.0.0.1:PORT, got \"" + o.serviceUrl + "\"";
+                return r;
+            }
+        } else if (arg == "--glossary") {
+            std::string s;
+            if (!next(s)) return r;
+            o.glossaryFiles.push_back(s);
+        } else if (arg == "--instruction") {
+            if (!next(o.instructionFile)) return r;
+        } else if (arg == "--latency") {
+            std::string s;
+            if (!next(s)) return r;
+            if (!ParseInt(s, o.latencyMs) || o.latencyMs > 600000) {
+                r.error = "--latency: expected milliseconds from 0 to 600000, got \"" + s + "\"";
                 return r;
             }
         } else if (arg == "--token") {
@@ -288,6 +302,15 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         r.error = "--scope selection needs --select";
         return r;
     }
+    // A running service has its own terms; only ours can be given files.
+    if (!o.serviceUrl.empty() && (!o.glossaryFiles.empty() || !o.instructionFile.empty())) {
+        r.error = "--glossary and --instruction need the in-process service, not --service";
+        return r;
+    }
+    if (!o.serviceUrl.empty() && o.latencyMs > 0) {
+        r.error = "--latency needs the in-process service, not --service";
+        return r;
+    }
     if (o.inPlace && !o.output.empty()) {
         r.error = "--in-place and --output exclude each other";
         return r;
@@ -314,11 +337,16 @@ std::string UsageText() {
            "      --select SPEC        what is selected: slides:2,4 | shapes:SLIDE:PATH[,PATH]\n"
            "                           | text:SLIDE:PATH:START:LENGTH  (PATH like 3 or 3/1)\n"
            "      --bilingual          write the translation onto copies behind the slides\n"
-           "      --road ROAD          native: the add-in posts to the service itself\n"
+           "      --road ROAD          native: the add-in posts to the service itself;\n"
+           "                           panel: batches go through the web panel (default native)\n"
+           "      --glossary FILE      a glossary: one term a line, SOURCE<TAB>TARGET[<TAB>NOTE],\n"
+           "                           UTF-8, # starts a comment; may be given more than once\n"
+           "      --instruction FILE   an instruction for the translation, UTF-8 plain text\n"
            "      --target-font NAME   font set on written text (\"\" keeps the source's)\n"
            "      --host HOST          pose as powerpoint or wps (default: as the deck says)\n"
            "      --service URL        a running stand-in service, http://127.0.0.1:PORT\n"
            "                           (default: one is started in-process)\n"
+           "      --latency MS         the in-process service answers this late (default 0)\n"
            "      --token TOKEN        the access token sent to the service\n"
            "  -o, --output FILE        the translated deck (default DECK.translated.json)\n"
            "      --in-place           overwrite DECK instead\n"
@@ -329,7 +357,8 @@ std::string UsageText() {
            "      --version            the version\n"
            "\n"
            "Exit status: 0 translated; 1 the run ended with units that failed;\n"
-           "2 bad command line; 3 bad input (deck, selection); 4 the service failed;\n"
+           "2 bad command line; 3 bad input (deck, selection, glossary, instruction);\n"
+           "4 the service failed; "
            "5 an output could not be written.\n";
 }
 

@@ -11,7 +11,7 @@
 namespace qb::cli {
 
 enum class Scope { Deck, Slide, Selection };
-enum class Road { Native };
+enum class Road { Native, Panel };
 enum class HostChoice { FromDeck, PowerPoint, Wps };
 
 // A selection as the user gives it: slides, shapes by path, or characters.
@@ -38,6 +38,13 @@ struct Options {
     std::optional<std::string> targetFont;  // absent: the run's default
     HostChoice host = HostChoice::FromDeck;
     std::string serviceUrl;  // empty: start the stand-in service in-process
+    // Glossary and instruction files (term_files.h), loaded into the
+    // in-process service and named in the run by their ids.
+    std::vector<std::string> glossaryFiles;
+    std::string instructionFile;
+    // The in-process service answers each translate and resolve request
+    // this many milliseconds late, as a remote one would.
+    std::int32_t latencyMs = 0;
     std::string token = "stand-in-token";
     std::string reportPath;  // empty: beside the output, ".report.json"
     std::string htmlPath;    // empty: no HTML report

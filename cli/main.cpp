@@ -1,31 +1,31 @@
 // qb-translate: translates a deck file the way the add-in translates a
 // presentation inside its host. The deck is opened in the simulated host,
-// the run controller collects, translates through the service (a stand-in
-// started in-process unless one is named) and writes the slides back on
-// its run tick; then the deck is saved beside the input with a report.
-#include <unistd.h>
+// the run collects, translates through the service (a stand-in started
+// in-process unless one is named) on the native or the panel road and
+// writes the slides back on its run tick; then the deck is saved beside the
+// input with a report.
+#include <sys/stat.h>
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <mutex>
+#include <fstream>
+#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "charts/chart_steps.h"
 #include "cli/cli_options.h"
 #include "cli/report.h"
+#include "cli/roads.h"
+#include "cli/term_files.h"
 #include "foundation/platform.h"
 #include "foundation/text.h"
-#include "run/ppt_ctrl.h"
 #include "run/service_client.h"
 #include "sim/host/deck_file.h"
 #include "sim/host/sim_editor.h"
 #include "sim/host/sim_host.h"
 #include "sim/service/stand_in_service.h"
-#include "slides/slide_engine.h"
-#include "slides/target_style.h"
 
 namespace {
 
@@ -59,43 +59,46 @@ bool WriteText(const std::string& path, const std::string& text) {
     return false;
 }
 
-// What the run tells the pane, gathered for the progress line and report.
-struct Heard {
-    std::mutex lock;
-    std::int32_t collected = 0, slidesTotal = 0;
-    std::int32_t units = 0, done = 0, unchanged = 0;
-    std::string closing, code, message;
-    std::int64_t elapsedMs = 0;
+// The whole file, or false when it can't be read. A folder opens like a
+// file here and reads as nothing, so it is turned away first.
+bool ReadFile(const std::string& path, std::string& text) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    std::stringstream s;
+    s << in.rdbuf();
+    text = s.str();
+    return !in.bad();
+}
+
+// The glossary and instruction files, read before anything runs and put
+// into the in-process service under ids the run then names.
+struct Terms {
+    std::vector<std::u16string> glossaryIds;
+    std::vector<std::vector<GlossaryEntry>> glossaries;
+    std::u16string instructionId, instruction;
 };
 
-class Progress {
-  public:
-    Progress(bool quiet) : quiet_(quiet), tty_(isatty(2) != 0) {}
-    void Show(Heard& heard, std::int32_t written, std::int32_t slides) {
-        if (quiet_) return;
-        std::lock_guard<std::mutex> hold(heard.lock);
-        char line[160];
-        std::snprintf(line, sizeof line,
-                      "collected %d/%d slides, translated %d/%d units, written %d/%d slides",
-                      heard.collected, heard.slidesTotal, heard.done, heard.units, written, slides);
-        if (tty_) {
-            const int width = 24;
-            const int filled = heard.units ? heard.done * width / heard.units : 0;
-            std::fprintf(stderr, "\r[%s%s] %s", std::string(filled, '#').c_str(),
-                         std::string(width - filled, '.').c_str(), line);
-        } else if (line != last_) {
-            std::fprintf(stderr, "%s\n", line);
+std::string ReadTerms(const Options& o, Terms& terms) {
+    std::string text, error;
+    for (const std::string& path : o.glossaryFiles) {
+        if (!ReadFile(path, text)) return path + ": can't read the glossary";
+        std::vector<GlossaryEntry> entries;
+        if (!ParseGlossaryText(path, text, entries, error)) return error;
+        terms.glossaryIds.push_back(
+            u"glossary-" + DecimalText(static_cast<long long>(terms.glossaryIds.size() + 1)));
+        terms.glossaries.push_back(std::move(entries));
+    }
+    if (!o.instructionFile.empty()) {
+        if (!ReadFile(o.instructionFile, text)) {
+            return o.instructionFile + ": can't read the instruction";
         }
-        last_ = line;
+        if (!ParseInstructionText(o.instructionFile, text, terms.instruction, error)) return error;
+        terms.instructionId = u"instruction-1";
     }
-    void End() {
-        if (!quiet_ && tty_) std::fprintf(stderr, "\n");
-    }
-
-  private:
-    bool quiet_, tty_;
-    std::string last_;
-};
+    return "";
+}
 
 // The selection the options describe, on the first window; an error text
 // when it names a slide or shape the deck doesn't have.
@@ -199,13 +202,28 @@ int Run(const Options& o) {
         if (!error.empty()) return Fail(kExitInput, error);
     }
 
+    Terms terms;
+    const std::string termsError = ReadTerms(o, terms);
+    if (!termsError.empty()) return Fail(kExitInput, termsError);
+
     // The service: a running stand-in, or one of our own on a free port.
-    sim::StandInService service;
+    sim::StandInService::Options serviceOptions;
+    serviceOptions.latencyMs = static_cast<std::uint32_t>(o.latencyMs);
+    sim::StandInService service(serviceOptions);
     std::string serviceHost = "127.0.0.1";
     std::uint16_t port = 0;
     if (o.serviceUrl.empty()) {
         if (!service.Start(0)) return Fail(kExitService, "can't start the stand-in service");
         port = static_cast<std::uint16_t>(service.Port());
+        for (std::size_t i = 0; i < terms.glossaryIds.size(); ++i) {
+            for (const GlossaryEntry& entry : terms.glossaries[i]) {
+                service.AddTerm(terms.glossaryIds[i],
+                                {entry.source, entry.target, entry.note, entry.enabled});
+            }
+        }
+        if (!terms.instructionId.empty()) {
+            service.SetInstruction(terms.instructionId, terms.instruction);
+        }
     } else {
         ParseServiceUrl(o.serviceUrl, serviceHost, port);
     }
@@ -219,98 +237,73 @@ int Run(const Options& o) {
     const bool wps = loaded.kind == sim::HostKind::Wps;
     charts.isWpsHost = [wps] { return wps; };
     charts.editor = &editor;
-    SlideEngine engine(MakeChartOffer(charts), MakeChartWriters(charts));
-    PptCtrl run(host.Application(), engine);
-    RunOptions options;
-    options.scope = o.scope == Scope::Deck    ? RunScope::FullDeck
+    RoadRequest request;
+    request.host = &host;
+    request.wpsHost = wps;
+    request.offer = MakeChartOffer(charts);
+    request.writers = MakeChartWriters(charts);
+    request.scope = o.scope == Scope::Deck    ? RunScope::FullDeck
                     : o.scope == Scope::Slide ? RunScope::CurrentSlide
                                               : RunScope::Selection;
-    options.fullDeck = o.scope == Scope::Deck;
-    options.usageKind = o.scope == Scope::Selection ? u"translate_selection" : u"translate_full";
-    options.targetLang = U16(o.targetLang);
-    options.sourceLang = U16(o.sourceLang);
-    options.targetFont = o.targetFont ? U16(*o.targetFont) : std::u16string(kDefaultTargetFont);
-    options.bilingualSlides = o.bilingual;
-    options.accessToken = U16(o.token);
-    options.window.hwnd = host.App().windows[0]->hwnd;
-    static std::atomic<std::uint64_t> runIds{0};
-    options.runId = TakeRunId(runIds, platform::CurrentClock().TickCount64());
-    options.clientTraceId = u"ppt_" + DecimalText(static_cast<long long>(options.runId));
-    options.nativeService = true;
-
-    Heard heard;
-    RunCallbacks callbacks;
-    callbacks.onScanProgress = [&](std::int32_t current, std::int32_t total,
-                                   const std::u16string&) {
-        std::lock_guard<std::mutex> hold(heard.lock);
-        heard.collected = current;
-        heard.slidesTotal = total;
-    };
-    callbacks.onReady = [&](std::int32_t total, std::int32_t) {
-        std::lock_guard<std::mutex> hold(heard.lock);
-        heard.units = total;
-    };
-    callbacks.onProgress = [&](std::int32_t, std::int32_t, bool skipped, const std::u16string&,
-                               const std::u16string&) {
-        std::lock_guard<std::mutex> hold(heard.lock);
-        ++heard.done;
-        heard.unchanged += skipped ? 1 : 0;
-    };
-    callbacks.onComplete = [&](std::int64_t elapsed, std::int32_t, bool) {
-        heard.closing = "complete";
-        heard.elapsedMs = elapsed;
-    };
-    callbacks.onError = [&](const std::u16string& code, const std::u16string& message) {
-        heard.closing = "error";
-        heard.code = Utf16ToUtf8(code);
-        heard.message = Utf16ToUtf8(message);
-    };
-    callbacks.onCancelled = [&] { heard.closing = "cancelled"; };
+    request.targetLang = U16(o.targetLang);
+    request.sourceLang = U16(o.sourceLang);
+    if (o.targetFont) request.targetFont = U16(*o.targetFont);
+    request.bilingual = o.bilingual;
+    request.token = U16(o.token);
+    request.glossaryIds = terms.glossaryIds;
+    request.instructionId = terms.instructionId;
 
     Progress progress(o.quiet);
     const auto started = std::chrono::steady_clock::now();
-    std::u16string startMessage;
-    if (run.Start(options, &callbacks, startMessage)) {
-        // The pane's run tick, at its own pace.
-        while (!run.Tick()) {
-            progress.Show(heard, run.ApplyCursor(),
-                          static_cast<std::int32_t>(run.Lists().spans.size()));
-            std::this_thread::sleep_for(std::chrono::milliseconds(120));
-        }
-    }
-    progress.Show(heard, run.ApplyCursor(), static_cast<std::int32_t>(run.Lists().spans.size()));
+    const RoadOutcome ran =
+        o.road == Road::Panel ? RunPanelRoad(request, progress) : RunNativeRoad(request, progress);
     progress.End();
     service.Stop();
+    const std::vector<sim::RecordedRequest> translates = service.RequestsTo("/v1/translate");
     SetHttpEndpointForTesting(u"", 0);
 
-    if (heard.closing == "error") {
-        const int code = heard.code == "collect_failed" ? kExitInput : kExitService;
+    if (ran.closing == "error") {
+        const int code = ran.code == "collect_failed" ? kExitInput : kExitService;
         return Fail(code, (code == kExitInput ? "nothing to translate: " : "the run failed: ") +
-                              heard.code + ": " + heard.message);
+                              ran.code + ": " + ran.message);
     }
-    if (heard.closing == "cancelled") return Fail(kExitService, "the run was cancelled");
+    if (ran.closing == "cancelled") return Fail(kExitService, "the run was cancelled");
+    if (ran.closing.empty()) return Fail(kExitService, "the run never ended");
 
     RunReport report;
     report.deck = o.deck;
     report.output = o.output;
     report.host = loaded.kind == sim::HostKind::Wps ? "wps" : "powerpoint";
-    report.road = "native";
+    report.road = o.road == Road::Panel ? "panel" : "native";
     report.scope = ScopeName(o.scope);
     report.sourceLang = o.sourceLang;
     report.targetLang = o.targetLang;
     report.bilingual = o.bilingual;
-    report.result = heard.closing;
-    report.slides = static_cast<std::int32_t>(run.Lists().spans.size());
-    report.units = static_cast<std::int32_t>(run.Lists().texts.size());
-    report.translated = run.Applied();
-    report.unchanged = heard.unchanged;
-    report.failedUnits = SplitUnitIds(Utf16ToUtf8(run.FirstApplyError()));
+    report.result = ran.closing;
+    report.slides = ran.slides;
+    report.units = ran.units;
+    report.translated = ran.translated;
+    report.unchanged = ran.unchanged;
+    report.failedUnits = SplitUnitIds(ran.firstApplyError);
     report.failed = static_cast<std::int32_t>(report.failedUnits.size());
-    report.slidesWritten = run.ApplyCursor();
+    report.slidesWritten = ran.slidesWritten;
     report.elapsedMs = std::chrono::duration_cast<std::chrono::milliseconds>(
                            std::chrono::steady_clock::now() - started)
                            .count();
     report.overflows = FindOverflows(*deck);
+    report.glossaries = o.glossaryFiles;
+    report.instruction = o.instructionFile;
+    for (const auto& entries : terms.glossaries)
+        report.terms += static_cast<std::int32_t>(entries.size());
+    if (o.serviceUrl.empty()) {
+        report.translateRequests = static_cast<std::int32_t>(translates.size());
+        report.resolveRequests =
+            static_cast<std::int32_t>(service.RequestsTo("/v1/terminology/resolve").size());
+        report.instructedRequests = static_cast<std::int32_t>(
+            std::count_if(translates.begin(), translates.end(), [](const sim::RecordedRequest& r) {
+                return r.body.find("\"instruction\":\"") != std::string::npos;
+            }));
+    }
 
     std::string error;
     if (!sim::SaveDeckFile(U16(o.output), sim::CaptureDeck(host, deck), &error)) {

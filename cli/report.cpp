@@ -207,7 +207,19 @@ std::string ReportJson(const RunReport& r) {
                      ", \"box\": " + (o.box ? "true" : "false") +
                      ", \"page\": " + (o.page ? "true" : "false") + "}";
     }
-    field("overflows", overflows + (r.overflows.empty() ? "]" : "\n  ]"), true);
+    field("overflows", overflows + (r.overflows.empty() ? "]" : "\n  ]"));
+    std::string glossaries = "[";
+    for (std::size_t i = 0; i < r.glossaries.size(); ++i)
+        glossaries += (i ? ", " : "") + JsonString(r.glossaries[i]);
+    field("glossaries", glossaries + "]");
+    field("instruction", JsonString(r.instruction));
+    field("terms", num(r.terms));
+    field("serviceRequests",
+          r.translateRequests < 0 ? std::string("null")
+                                  : "{\"translate\": " + num(r.translateRequests) +
+                                        ", \"resolve\": " + num(r.resolveRequests) +
+                                        ", \"withInstruction\": " + num(r.instructedRequests) + "}",
+          true);
     return j + "}\n";
 }
 

@@ -38,6 +38,14 @@ struct RunReport {
     std::int64_t elapsedMs = 0;
     std::vector<std::string> failedUnits;
     std::vector<Overflow> overflows;
+    // The terminology the run was given, and what reached the in-process
+    // service (-1: a service of its own, not counted).
+    std::vector<std::string> glossaries;
+    std::string instruction;
+    std::int32_t terms = 0;
+    std::int32_t translateRequests = -1;
+    std::int32_t resolveRequests = -1;
+    std::int32_t instructedRequests = -1;  // translate requests that carried the instruction
 };
 
 // A deep copy of a deck's slides, to draw the slides as they were.

@@ -14,8 +14,9 @@ namespace {
 
 void Usage() {
     std::fprintf(stderr,
-                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N]\n"
+                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--latency-ms N]\n"
                  "  --port 0 (the default) takes a free port.\n"
+                 "  --latency-ms delays every translate and resolve answer (default 0).\n"
                  "  A text holding @fault:NAME fails its request: 401, 402, 500, 429 (any\n"
                  "  status), count, placeholders, late, never, drop.\n");
 }
@@ -34,6 +35,8 @@ int main(int argc, char** argv) {
             options.token = argv[++i];
         } else if (arg == "--late-ms" && hasValue) {
             options.lateMs = static_cast<std::uint32_t>(std::strtoul(argv[++i], nullptr, 10));
+        } else if (arg == "--latency-ms" && hasValue) {
+            options.latencyMs = static_cast<std::uint32_t>(std::strtoul(argv[++i], nullptr, 10));
         } else {
             Usage();
             return 2;

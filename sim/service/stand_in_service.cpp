@@ -323,6 +323,10 @@ bool StandInService::Start(int port) {
         Impl& impl = *impl_;
         const std::size_t index = impl.Record(request);
         const Fault fault = impl.ChooseFault(request, options_.lateMs);
+        if (options_.latencyMs > 0 && request.path != "/v1/analytics/events" &&
+            impl.WaitOrStop(options_.latencyMs)) {
+            return impl.Reply(response, 503, ErrorBody("stopping", "service stopping"));
+        }
         switch (fault.kind) {
             case FaultKind::Late:
                 if (impl.WaitOrStop(fault.delayMs)) {

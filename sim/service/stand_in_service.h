@@ -70,6 +70,9 @@ class StandInService {
     struct Options {
         std::string token = "stand-in-token";
         std::uint32_t lateMs = 1500;  // how late "late" is
+        // Every translate and resolve answer waits this long first, as a
+        // remote service's round trip would.
+        std::uint32_t latencyMs = 0;
     };
 
     StandInService();

@@ -4,6 +4,7 @@
 
 #include "cli/cli_options.h"
 #include "cli/report.h"
+#include "cli/term_files.h"
 #include "foundation/text.h"
 #include "sim/host/deck_builder.h"
 
@@ -53,6 +54,20 @@ TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
     EXPECT_TRUE(o.quiet);
 }
 
+TEST(CliOptions, ThePanelRoadAndTerminologyFiles) {
+    ParseResult r = Parse({"--road", "panel", "--glossary", "a.tsv", "--glossary=b.tsv",
+                           "--instruction", "i.txt", "--latency", "250", "d.json"});
+    ASSERT_EQ(r.error, "");
+    EXPECT_EQ(r.options.road, Road::Panel);
+    EXPECT_EQ(r.options.glossaryFiles, (std::vector<std::string>{"a.tsv", "b.tsv"}));
+    EXPECT_EQ(r.options.instructionFile, "i.txt");
+    EXPECT_EQ(r.options.latencyMs, 250);
+    r = Parse({"d.json"});
+    EXPECT_EQ(r.options.latencyMs, 0);
+    EXPECT_TRUE(r.options.glossaryFiles.empty());
+    EXPECT_EQ(r.options.instructionFile, "");
+}
+
 TEST(CliOptions, SelectionsOfSlidesShapesAndCharacters) {
     ParseResult r = Parse({"--select", "slides:2,4", "d.json"});
     ASSERT_EQ(r.error, "");
@@ -92,7 +107,19 @@ TEST(CliOptions, MistakesAreOneLineErrors) {
         {{"--select", "text:1:2:0:4", "a.json"},
          "--select: expected slides:N[,N...], shapes:SLIDE:PATH[,PATH...] or "
          "text:SLIDE:PATH:START:LENGTH, got \"text:1:2:0:4\""},
-        {{"--road", "carrier-pigeon", "a.json"}, "--road: expected native, got \"carrier-pigeon\""},
+        {{"--road", "carrier-pigeon", "a.json"},
+         "--road: expected native or panel, got \"carrier-pigeon\""},
+        {{"--glossary"}, "--glossary: needs a value"},
+        {{"--latency", "-5", "a.json"},
+         "--latency: expected milliseconds from 0 to 600000, got \"-5\""},
+        {{"--latency", "600001", "a.json"},
+         "--latency: expected milliseconds from 0 to 600000, got \"600001\""},
+        {{"--latency=10", "--service", "http://127.0.0.1:8123", "a.json"},
+         "--latency needs the in-process service, not --service"},
+        {{"--instruction", "i.txt", "--service", "http://127.0.0.1:8123", "a.json"},
+         "--glossary and --instruction need the in-process service, not --service"},
+        {{"--service=http://127.0.0.1:8123", "--glossary", "g.tsv", "a.json"},
+         "--glossary and --instruction need the in-process service, not --service"},
         {{"--service", "https://example.com", "a.json"},
          "--service: expected http://127.0.0.1:PORT, got \"https://example.com\""},
         {{"--quiet=yes", "a.json"}, "--quiet: takes no value"},
@@ -123,6 +150,63 @@ TEST(CliOptions, DefaultPathsKeepTheExtensionAndFolder) {
     EXPECT_FALSE(ParseServiceUrl("http://10.0.0.1:80", host, port));
 }
 
+TEST(CliTermFiles, AGlossaryIsOneTermALineWithAnOptionalNote) {
+    std::vector<GlossaryEntry> terms;
+    std::string error;
+    ASSERT_TRUE(ParseGlossaryText("g.tsv",
+                                  "\xEF\xBB\xBF# ours\r\n"
+                                  "Board\tVorstand\r\n"
+                                  "\n"
+                                  "  \n"
+                                  " net sales \tNettoumsatz\tkeep the spaces\n"
+                                  "\xE5\xAD\xA3\xE5\xBA\xA6\tquarter",
+                                  terms, error))
+        << error;
+    ASSERT_EQ(terms.size(), 3u);
+    EXPECT_EQ(terms[0].source, u"Board");
+    EXPECT_EQ(terms[0].target, u"Vorstand");
+    EXPECT_EQ(terms[0].note, u"");
+    EXPECT_EQ(terms[1].source, u" net sales ");
+    EXPECT_EQ(terms[1].note, u"keep the spaces");
+    EXPECT_EQ(terms[2].source, u"\u5b63\u5ea6");
+    EXPECT_EQ(terms[2].target, u"quarter");
+    EXPECT_TRUE(terms[2].enabled);
+}
+
+TEST(CliTermFiles, EveryLineTheReaderCantTakeIsNamedWithItsLine) {
+    const struct {
+        std::string text;
+        std::string error;
+    } cases[] = {
+        {"Board\tVorstand\nno tab here\n",
+         "g.tsv:2: expected SOURCE<TAB>TARGET[<TAB>NOTE], got 1 field"},
+        {"a\tb\tc\td\n", "g.tsv:1: expected SOURCE<TAB>TARGET[<TAB>NOTE], got 4 fields"},
+        {"# c\n\tVorstand\n", "g.tsv:2: the source is empty"},
+        {"Board\t \n", "g.tsv:1: the target is empty"},
+        {"Board\tVorst\xC3\n", "g.tsv: not UTF-8 text"},
+        {"# only a comment\n\n", "g.tsv: no terms (one a line: SOURCE<TAB>TARGET[<TAB>NOTE])"},
+        {"", "g.tsv: no terms (one a line: SOURCE<TAB>TARGET[<TAB>NOTE])"},
+    };
+    for (const auto& c : cases) {
+        std::vector<GlossaryEntry> terms;
+        std::string error;
+        EXPECT_FALSE(ParseGlossaryText("g.tsv", c.text, terms, error)) << c.text;
+        EXPECT_EQ(error, c.error) << c.text;
+    }
+}
+
+TEST(CliTermFiles, AnInstructionIsItsTextWithoutTrailingBlankLines) {
+    std::u16string instruction;
+    std::string error;
+    ASSERT_TRUE(ParseInstructionText("i.txt", "\xEF\xBB\xBFKeep it short.\r\nUse du.\n\n",
+                                     instruction, error));
+    EXPECT_EQ(instruction, u"Keep it short.\r\nUse du.");
+    EXPECT_FALSE(ParseInstructionText("i.txt", " \r\n\t\n", instruction, error));
+    EXPECT_EQ(error, "i.txt: the instruction is empty");
+    EXPECT_FALSE(ParseInstructionText("i.txt", "caf\xE9", instruction, error));
+    EXPECT_EQ(error, "i.txt: not UTF-8 text");
+}
+
 TEST(CliReport, NamesFailedUnitsAndTextsThatDontFit) {
     EXPECT_EQ(SplitUnitIds("shapes[2].p1; shapes[3].frame"),
               (std::vector<std::string>{"shapes[2].p1", "shapes[3].frame"}));
@@ -150,6 +234,19 @@ TEST(CliReport, NamesFailedUnitsAndTextsThatDontFit) {
     const std::string json = ReportJson(report);
     EXPECT_NE(json.find("\"deck\": \"in \\\"q\\\".json\""), std::string::npos);
     EXPECT_NE(json.find("\"failedUnits\": [\"shapes[2].p1\"]"), std::string::npos);
+    EXPECT_NE(json.find("\"serviceRequests\": null\n}"), std::string::npos) << json;
+    report.glossaries = {"a.tsv", "b.tsv"};
+    report.instruction = "i.txt";
+    report.terms = 4;
+    report.translateRequests = 3;
+    report.resolveRequests = 1;
+    report.instructedRequests = 3;
+    const std::string withTerms = ReportJson(report);
+    EXPECT_NE(withTerms.find("\"glossaries\": [\"a.tsv\", \"b.tsv\"],\n  \"instruction\": "
+                             "\"i.txt\",\n  \"terms\": 4,\n  \"serviceRequests\": "
+                             "{\"translate\": 3, \"resolve\": 1, \"withInstruction\": 3}\n}"),
+              std::string::npos)
+        << withTerms;
     EXPECT_NE(json.find("{\"slide\": 1, \"shape\": \"Tall\", \"box\": true, \"page\": false}"),
               std::string::npos);
 

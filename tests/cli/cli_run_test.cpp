@@ -15,6 +15,7 @@
 #include "foundation/text.h"
 #include "sim/host/deck_builder.h"
 #include "sim/host/deck_file.h"
+#include "sim/host/json_value.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
 #include "support/temp_dir.h"
@@ -88,6 +89,31 @@ class CliRun : public testing::Test {
                 texts.push_back(shape->frame.text);
         }
         return texts;
+    }
+
+    std::string WriteFile(const std::string& name, const std::string& content) {
+        const std::string path = Path(name);
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
+
+    // The report of a run, by key; the number or text under it as text.
+    std::string ReportField(const std::string& reportPath, const char16_t* key) {
+        const std::optional<sim::JsonValue> report = sim::ParseJson(ReadAll(reportPath));
+        if (!report || !report->IsObject()) return "<no report>";
+        const sim::JsonValue* value = report->Find(key);
+        if (!value) return "<absent>";
+        if (value->IsString()) return Utf16ToUtf8(value->StringValue());
+        if (value->IsNumber()) return value->NumberText();
+        if (value->IsObject()) {
+            std::string fields;
+            for (const char16_t* name : {u"translate", u"resolve", u"withInstruction"}) {
+                const sim::JsonValue* n = value->Find(name);
+                fields += (fields.empty() ? "" : " ") + (n ? n->NumberText() : "?");
+            }
+            return fields;
+        }
+        return "<other>";
     }
 
     static std::u16string T(std::u16string_view text, std::u16string_view lang = u"en") {
@@ -175,20 +201,26 @@ TEST_F(CliRun, BadInputIsOneLineAndWritesNothing) {
         {"--select shapes:1:1 " + digits, 3, "qb-translate: nothing to translate: collect_failed"},
         {digits, 0, ""},
         {"--service http://127.0.0.1:9 " + deck, 4, "qb-translate: the run failed: "},
+        {"--token wrong " + deck, 4, "qb-translate: the run failed: unauthorized: "},
         {"-o " + Path("no/such/dir/out.json") + " " + deck, 5, "qb-translate: can't write "},
     };
-    for (const auto& c : cases) {
-        const std::string out = Path("never.json");
-        std::remove(out.c_str());
-        const bool ownOutput =
-            c.args.find(" -o ") != std::string::npos || c.args.rfind("-o ", 0) == 0;
-        const Ran r = Run("-q " + (ownOutput ? std::string() : "-o " + out + " ") + c.args);
-        EXPECT_EQ(r.status, c.status) << c.args << ": " << r.err;
-        EXPECT_EQ(r.err.compare(0, c.error.size(), c.error), 0) << c.args << ": " << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), c.error.empty() ? 0 : 1)
-            << c.args << ": " << r.err;
-        if (c.status != 0) {
-            EXPECT_FALSE(Exists(out)) << c.args;
+    // Each road ends a bad run the same way.
+    for (const char* road : {"native", "panel"}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(road) + ": " + c.args);
+            const std::string out = Path("never.json");
+            std::remove(out.c_str());
+            const bool ownOutput =
+                c.args.find(" -o ") != std::string::npos || c.args.rfind("-o ", 0) == 0;
+            const Ran r = Run("-q --road " + std::string(road) + " " +
+                              (ownOutput ? std::string() : "-o " + out + " ") + c.args);
+            EXPECT_EQ(r.status, c.status) << r.err;
+            EXPECT_EQ(r.err.compare(0, c.error.size(), c.error), 0) << r.err;
+            EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), c.error.empty() ? 0 : 1)
+                << r.err;
+            if (c.status != 0) {
+                EXPECT_FALSE(Exists(out));
+            }
         }
     }
 }
@@ -204,6 +236,156 @@ TEST_F(CliRun, HelpVersionAndInPlace) {
     r = Run("-q --in-place " + deck);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(Texts(deck).front(), T(u"Quarterly report"));
+}
+
+// Whatever a run asks for, the panel road (the pane handing each batch to
+// the page, which calls the service) saves the deck the native road saves,
+// and counts the same.
+TEST_F(CliRun, ThePanelRoadSavesTheDeckTheNativeRoadSaves) {
+    const std::string deck = Deck();
+    const std::string glossary = WriteFile("terms.tsv", "Next steps\tN\u00c4CHSTE SCHRITTE\n");
+    const std::string instruction = WriteFile("style.txt", "Keep it short.\n");
+    const std::string cases[] = {
+        "",
+        "--to ja --scope slide --slide 2",
+        "--select shapes:1:2",
+        "--select text:1:1:1:9",
+        "--select slides:1,3 --bilingual",
+        "--host wps --target-font ''",
+        "--from en --to fr --target-font Arial",
+        "--glossary " + glossary + " --instruction " + instruction,
+    };
+    for (const std::string& args : cases) {
+        SCOPED_TRACE(args);
+        std::string saved[2];
+        for (const char* road : {"native", "panel"}) {
+            const bool panel = std::string(road) == "panel";
+            const std::string out = Path(std::string(road) + ".json");
+            const Ran r =
+                Run("-q --road " + std::string(road) + " -o " + out + " " + args + " " + deck);
+            ASSERT_EQ(r.status, 0) << road << ": " << r.err;
+            saved[panel] = ReadAll(out);
+            EXPECT_EQ(ReportField(Path(std::string(road) + ".report.json"), u"road"), road);
+        }
+        EXPECT_EQ(saved[0], saved[1]);
+        EXPECT_NE(saved[0], ReadAll(deck)) << "the run changed nothing";
+        for (const char16_t* key : {u"result", u"slides", u"units", u"translated", u"unchanged",
+                                    u"failed", u"slidesWritten", u"serviceRequests"}) {
+            EXPECT_EQ(ReportField(Path("native.report.json"), key),
+                      ReportField(Path("panel.report.json"), key))
+                << Utf16ToUtf8(key);
+        }
+    }
+}
+
+// The panel road's progress and summary are made of the events the page
+// heard: the last progress line and the summary count every unit and slide.
+TEST_F(CliRun, ThePanelRoadReportsWhatThePageHeard) {
+    const std::string deck = Deck();
+    const Ran r = Run("--road panel --to de -o " + Path("out.json") + " " + deck);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string last = "collected 3/3 slides, translated 7/7 units, written 3/3 slides\n";
+    ASSERT_GE(r.err.size(), last.size()) << r.err;
+    EXPECT_EQ(r.err.substr(r.err.size() - last.size()), last) << r.err;
+    EXPECT_EQ(r.err.rfind("collected ", 0), 0u) << r.err;
+    EXPECT_NE(r.out.find("7 units on 3 slides: 7 translated, 0 unchanged, 0 failed; 3 slides "
+                         "written in "),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(ReportField(Path("out.report.json"), u"result"), "complete");
+    EXPECT_EQ(ReportField(Path("out.report.json"), u"serviceRequests"), "3 1 0");
+}
+
+// Terms from the files are resolved once a run through the service and win
+// over the translation, on both roads; the instruction reaches every batch.
+TEST_F(CliRun, GlossaryAndInstructionFilesReachEveryBatchOfARun) {
+    const std::string deck = Deck();
+    const std::string first =
+        WriteFile("first.tsv",
+                  "\xEF\xBB\xBF# terms of the board\r\nNext steps\tN\u00c4CHSTE SCHRITTE\t"
+                  "a heading\r\nNot in the deck\tNIRGENDS\r\n");
+    const std::string second = WriteFile("second.tsv", "Thank you\tDANKE\n");
+    const std::string instruction = WriteFile("style.txt", "Use the formal address.\n");
+    for (const char* road : {"native", "panel"}) {
+        SCOPED_TRACE(road);
+        const Ran r = Run("-q --to de --road " + std::string(road) + " --glossary " + first +
+                          " --glossary=" + second + " --instruction " + instruction + " -o " +
+                          Path("out.json") + " " + deck);
+        ASSERT_EQ(r.status, 0) << r.err;
+        const std::vector<std::u16string> expected = {
+            T(u"Quarterly report", u"de"),
+            T(u"Sales grew", u"de") + u"\r" + T(u"Costs fell", u"de"),
+            T(u"Speak slowly", u"de"),
+            u"N\u00c4CHSTE SCHRITTE",
+            T(u"North", u"de"),
+            u"42",
+            u"DANKE",
+        };
+        EXPECT_EQ(Texts(Path("out.json")), expected);
+        const std::string report = Path("out.report.json");
+        EXPECT_EQ(ReportField(report, u"terms"), "3");
+        EXPECT_EQ(ReportField(report, u"instruction"), instruction);
+        // One batch a slide, one resolve a run, the instruction in each batch.
+        EXPECT_EQ(ReportField(report, u"serviceRequests"), "3 1 3");
+    }
+}
+
+// The in-process service told a latency answers every round trip (one
+// resolve, one batch a slide) that late, on both roads.
+TEST_F(CliRun, ALatencyDelaysEveryRoundTripOfTheInProcessService) {
+    const std::string deck = Deck();
+    for (const char* road : {"native", "panel"}) {
+        SCOPED_TRACE(road);
+        const Ran r = Run("-q --latency 150 --road " + std::string(road) + " -o " +
+                          Path("out.json") + " " + deck);
+        ASSERT_EQ(r.status, 0) << r.err;
+        const std::string report = Path("out.report.json");
+        EXPECT_EQ(ReportField(report, u"serviceRequests"), "3 1 0");
+        EXPECT_GE(std::stol(ReportField(report, u"elapsedMs")), 4 * 150);
+        EXPECT_EQ(Texts(Path("out.json")).back(), T(u"Thank you"));
+    }
+}
+
+TEST_F(CliRun, BadGlossaryAndInstructionFilesStopTheRunBeforeItWritesAnything) {
+    const std::string deck = Deck();
+    const std::string good = WriteFile("good.tsv", "Thank you\tDANKE\n");
+    const struct {
+        std::string args;
+        int status;
+        std::string error;
+    } cases[] = {
+        {"--glossary " + Path("none.tsv"), 3,
+         "qb-translate: " + Path("none.tsv") + ": can't read the glossary\n"},
+        {"--glossary " + good + " --glossary " + WriteFile("spaces.tsv", "Thank you  DANKE\n"), 3,
+         "qb-translate: " + Path("spaces.tsv") +
+             ":1: expected SOURCE<TAB>TARGET[<TAB>NOTE], got 1 field\n"},
+        {"--glossary " + WriteFile("empty.tsv", "# nothing yet\n"), 3,
+         "qb-translate: " + Path("empty.tsv") +
+             ": no terms (one a line: SOURCE<TAB>TARGET[<TAB>NOTE])\n"},
+        {"--glossary " + WriteFile("latin1.tsv", "Caf\xe9\tKaffee\n"), 3,
+         "qb-translate: " + Path("latin1.tsv") + ": not UTF-8 text\n"},
+        {"--road panel --glossary " + WriteFile("target.tsv", "Thank you\t\n"), 3,
+         "qb-translate: " + Path("target.tsv") + ":1: the target is empty\n"},
+        {"--instruction " + Path("none.txt"), 3,
+         "qb-translate: " + Path("none.txt") + ": can't read the instruction\n"},
+        {"--instruction " + WriteFile("blank.txt", "\n  \n"), 3,
+         "qb-translate: " + Path("blank.txt") + ": the instruction is empty\n"},
+        {"--instruction " + Path(".."), 3,
+         "qb-translate: " + Path("..") + ": can't read the instruction\n"},
+        {"--glossary " + good + " --service http://127.0.0.1:9", 2,
+         "qb-translate: --glossary and --instruction need the in-process service, not "
+         "--service\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        const std::string out = Path("never.json");
+        const Ran r = Run("-q -o " + out + " " + c.args + " " + deck);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_EQ(r.err.compare(0, c.error.size(), c.error), 0) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_FALSE(Exists(out));
+        EXPECT_FALSE(Exists(Path("never.report.json")));
+    }
 }
 
 }  // namespace

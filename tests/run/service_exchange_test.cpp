@@ -5,6 +5,7 @@
 // telemetry beacons, and that no token reaches a log file.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -93,6 +94,34 @@ TEST_F(ServiceExchangeTest, ARequestCarriesItsHeadersTokenAndClientContext) {
     EXPECT_EQ(seen[0].status, 200);
     EXPECT_EQ(Utf8ToUtf16(seen[0].body), BuildTranslateBody(request));
     EXPECT_EQ(Field(seen[0].body, u"installId"), GetInstallId());
+}
+
+// A service told a latency answers no sooner than that, and answers as
+// usual: what a benchmark leans on when it measures a run against it.
+TEST_F(ServiceExchangeTest, AServiceWithALatencyAnswersAfterItAsUsual) {
+    sim::StandInService::Options options;
+    options.latencyMs = 200;
+    sim::StandInService slow(options);
+    ASSERT_TRUE(slow.Start());
+    Aim(slow, 3000);
+    TranslateClientConfig config;
+    config.accessToken = u"stand-in-token";
+    TranslateBatchRequest request;
+    request.texts = {u"One"};
+    request.sourceLang = u"en";
+    request.targetLang = u"de";
+    const auto began = std::chrono::steady_clock::now();
+    const TranslateBatchResult result = TranslateNative(config, request);
+    const auto took = std::chrono::steady_clock::now() - began;
+    ASSERT_TRUE(result.ok) << Utf16ToUtf8(result.message);
+    EXPECT_EQ(result.translations[0], sim::PseudoTranslate(u"One", u"de"));
+    EXPECT_GE(took, std::chrono::milliseconds(200));
+    const std::u16string resolved =
+        ResolveTerminologyNative(HttpEndpoint(), u"stand-in-token", {}, u"", {u"One"}).instruction;
+    EXPECT_EQ(resolved, u"");
+    ASSERT_EQ(slow.RequestsTo("/v1/terminology/resolve").size(), 1u);
+    EXPECT_EQ(slow.RequestsTo("/v1/terminology/resolve")[0].status, 200);
+    EXPECT_TRUE(service_.Requests().empty());
 }
 
 TEST_F(ServiceExchangeTest, WithoutATokenNoAuthorizationHeaderIsSent) {
