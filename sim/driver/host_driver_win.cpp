@@ -1100,6 +1100,14 @@ class PaneDriver : public HostDriver {
         EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
     }
 
+    // The browser stand-in, fresh, its page calling the stand-in service.
+    static void UseStandIn(StandIn& standIn, const std::wstring& port) {
+        ASSERT_TRUE(standIn.Load());
+        standIn.Reset();
+        ASSERT_HRESULT_SUCCEEDED(
+            standIn.Service(L"127.0.0.1", static_cast<unsigned>(std::stoul(port))));
+    }
+
     ComPtr<office::_IDTExtensibility2> extensibility_;
     ComPtr<IDispatch> dispatch_;
     TaskPaneFactory factory_{true};
@@ -1187,10 +1195,7 @@ TEST_F(PaneDriver, TranslatesADeckThroughThePaneAndItsViewAsTheFrontEndDoes) {
     const auto deck = OpenDeck(host, loaded);
 
     StandIn standIn;
-    ASSERT_TRUE(standIn.Load());
-    standIn.Reset();
-    ASSERT_HRESULT_SUCCEEDED(
-        standIn.Service(L"127.0.0.1", static_cast<unsigned>(std::stoul(port))));
+    ASSERT_NO_FATAL_FAILURE(UseStandIn(standIn, port));
     Connect(host);
 
     EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, 1)));
@@ -1343,10 +1348,7 @@ TEST_F(PaneDriver, HostShutdownDuringARunCancelsItAndClosesTheView) {
         builder.Slide().Text(u"Body", u"Slide number " + DecimalText(i) + u" says hello.");
     host.AddPresentation(builder.Build());
     StandIn standIn;
-    ASSERT_TRUE(standIn.Load());
-    standIn.Reset();
-    ASSERT_HRESULT_SUCCEEDED(
-        standIn.Service(L"127.0.0.1", static_cast<unsigned>(std::stoul(port))));
+    ASSERT_NO_FATAL_FAILURE(UseStandIn(standIn, port));
     Connect(host);
     EXPECT_HRESULT_SUCCEEDED(Click(L"TranslateFullDocClicked", WindowAt(host, 1)));
     ASSERT_TRUE(PumpUntil([&] { return standIn.Count(u"navigationsCompleted") >= 1; }, 30000));
