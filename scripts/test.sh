@@ -121,11 +121,15 @@ if ran win64; then
   wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
   WINEPREFIX="$root/build/wine/prefix64" WINEARCH=win64 \
     run_gtest "wine64 (x64)" "${xrun[@]}" "$wine64" build/win64/tests/qb_tests.exe
+  WINEPREFIX="$root/build/wine/prefix64" WINEARCH=win64 \
+    run_gtest "wine64 browser stand-in" "${xrun[@]}" "$wine64" build/win64/sim/webview/qb_webview_standin_test.exe
   WINEPREFIX="$root/build/wine/prefix64" wineserver -k 2>/dev/null
 fi
 if ran win32; then
   WINEPREFIX="$root/build/wine/prefix32" WINEARCH=win32 \
     run_gtest "wine32 (x86)" "${xrun[@]}" wine build/win32/tests/qb_tests.exe
+  WINEPREFIX="$root/build/wine/prefix32" WINEARCH=win32 \
+    run_gtest "wine32 browser stand-in" "${xrun[@]}" wine build/win32/sim/webview/qb_webview_standin_test.exe
   WINEPREFIX="$root/build/wine/prefix32" wineserver -k 2>/dev/null
 fi
 
