@@ -9,6 +9,7 @@ have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok
 
 for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
          libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
+         libzip-dev libpugixml-dev \
          g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
          libwine-dev python3 nsis xvfb xauth wine wine64; do
   have_pkg "$p" || need+=("$p")

@@ -36,12 +36,17 @@ struct CharFormat {
     std::int32_t colorType = 1;  // 1 RGB, 2 scheme colour
     std::int32_t schemeColor = 0;
     float tintAndShade = 0.0f;
+    // Where a host backed by a file read this character (its run, break or
+    // paragraph end), so that a write can go back beside it; 0: not read
+    // from a file. Part of the format, as properties the model doesn't hold
+    // tell runs apart in the file.
+    std::int32_t source = 0;
 
     bool operator==(const CharFormat& o) const {
         return name == o.name && nameAscii == o.nameAscii && nameFarEast == o.nameFarEast &&
                size == o.size && bold == o.bold && italic == o.italic && rgb == o.rgb &&
                colorType == o.colorType && schemeColor == o.schemeColor &&
-               tintAndShade == o.tintAndShade;
+               tintAndShade == o.tintAndShade && source == o.source;
     }
     bool operator!=(const CharFormat& o) const { return !(*this == o); }
 };

@@ -1,0 +1,796 @@
+#include "sim/pptx/pptx_deck.h"
+
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <map>
+#include <sstream>
+
+#include "foundation/text.h"
+
+namespace qb::pptx {
+
+using sim::CharFormat;
+using sim::ShapeModel;
+using sim::ShapeType;
+
+namespace {
+
+constexpr float kEmuPerPoint = 12700.0f;
+
+// Element names without their prefix: files from other tools may bind the
+// drawing namespaces to other prefixes than the usual ones.
+const char* Local(pugi::xml_node node) {
+    const char* name = node.name();
+    const char* colon = std::strchr(name, ':');
+    return colon ? colon + 1 : name;
+}
+
+bool Is(pugi::xml_node node, const char* local) {
+    return node.type() == pugi::node_element && std::strcmp(Local(node), local) == 0;
+}
+
+pugi::xml_node Child(pugi::xml_node node, const char* local) {
+    for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
+        if (Is(c, local)) return c;
+    }
+    return {};
+}
+
+pugi::xml_node Path(pugi::xml_node node, std::initializer_list<const char*> locals) {
+    for (const char* local : locals) {
+        node = Child(node, local);
+        if (!node) return {};
+    }
+    return node;
+}
+
+// An attribute by local name ("r:id" is found as "id" only when asked for
+// with its prefix gone, so ask for the exact name where a prefix matters).
+pugi::xml_attribute Attr(pugi::xml_node node, const char* local) {
+    for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) {
+        const char* name = a.name();
+        const char* colon = std::strchr(name, ':');
+        if (std::strcmp(colon ? colon + 1 : name, local) == 0) return a;
+    }
+    return {};
+}
+
+// The prefix, with its colon, that an element's name carries.
+std::string PrefixOf(pugi::xml_node node) {
+    const std::string name = node.name();
+    const auto colon = name.find(':');
+    return colon == std::string::npos ? "" : name.substr(0, colon + 1);
+}
+
+bool IsTrueAttr(pugi::xml_attribute a) {
+    return a && (std::strcmp(a.value(), "1") == 0 || std::strcmp(a.value(), "true") == 0);
+}
+
+std::string Folder(const std::string& part) {
+    const auto slash = part.rfind('/');
+    return slash == std::string::npos ? "" : part.substr(0, slash + 1);
+}
+
+// A relationship target resolved against the folder of the part it is from.
+std::string Resolve(const std::string& fromPart, const std::string& target) {
+    std::string joined =
+        !target.empty() && target[0] == '/' ? target.substr(1) : Folder(fromPart) + target;
+    std::vector<std::string> segments;
+    std::stringstream in(joined);
+    std::string segment;
+    while (std::getline(in, segment, '/')) {
+        if (segment == "..") {
+            if (!segments.empty()) segments.pop_back();
+        } else if (!segment.empty() && segment != ".") {
+            segments.push_back(segment);
+        }
+    }
+    std::string out;
+    for (const std::string& s : segments)
+        out += (out.empty() ? "" : "/") + s;
+    return out;
+}
+
+std::string RelsPathOf(const std::string& part) {
+    const auto slash = part.rfind('/');
+    const std::string folder = slash == std::string::npos ? "" : part.substr(0, slash + 1);
+    const std::string file = slash == std::string::npos ? part : part.substr(slash + 1);
+    return folder + "_rels/" + file + ".rels";
+}
+
+constexpr unsigned kParseOptions =
+    pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata;
+
+// What a character of the model came from in the XML.
+struct Source {
+    enum class Kind { Run, Field, Break, ParagraphEnd } kind;
+    pugi::xml_node node;  // the a:r, a:fld or a:br; the a:p for a paragraph end
+    pugi::xml_node rPr;   // its properties (a:endParaRPr for a paragraph end), if any
+    CharFormat loaded;    // as the model first held it
+    std::size_t paragraph;
+    std::u16string text;  // a field's text
+};
+
+struct Frame {
+    std::size_t part;
+    pugi::xml_node body;
+    std::shared_ptr<ShapeModel> shape;
+    std::string place;
+    std::u16string text;
+    std::vector<CharFormat> formats;
+    std::int32_t autoSize;
+    bool wordWrap;
+    std::vector<pugi::xml_node> paragraphs;
+    std::vector<Source> sources;  // CharFormat::source - 1
+};
+
+struct XmlPart {
+    std::string name;
+    pugi::xml_document doc;
+    bool dirty = false;
+};
+
+std::int32_t ColorOf(pugi::xml_node rPr) {
+    const pugi::xml_node rgb = Path(rPr, {"solidFill", "srgbClr"});
+    if (!rgb) return -1;
+    const unsigned long v = std::strtoul(Attr(rgb, "val").value(), nullptr, 16);
+    // The host's RGB keeps red in the low byte.
+    return static_cast<std::int32_t>(((v >> 16) & 0xFF) | (v & 0xFF00) | ((v & 0xFF) << 16));
+}
+
+CharFormat FormatOf(pugi::xml_node rPr) {
+    CharFormat f;
+    if (!rPr) return f;
+    if (const auto sz = Attr(rPr, "sz")) f.size = static_cast<float>(sz.as_int(1800)) / 100.0f;
+    if (const auto b = Attr(rPr, "b")) f.bold = IsTrueAttr(b) ? -1 : 0;
+    if (const auto i = Attr(rPr, "i")) f.italic = IsTrueAttr(i) ? -1 : 0;
+    // Theme references ("+mn-lt") stay with the model's default face.
+    const char* latin = Attr(Child(rPr, "latin"), "typeface").value();
+    if (*latin && *latin != '+') f.name = f.nameAscii = Utf8ToUtf16(latin);
+    const char* ea = Attr(Child(rPr, "ea"), "typeface").value();
+    if (*ea && *ea != '+') f.nameFarEast = Utf8ToUtf16(ea);
+    const std::int32_t rgb = ColorOf(rPr);
+    if (rgb >= 0) f.rgb = rgb;
+    return f;
+}
+
+// --- Writing back -------------------------------------------------------
+
+// Children of a:rPr in schema order: a new one goes before the first that
+// must follow it.
+const char* const kRunPropertyOrder[] = {
+    "ln",         "noFill",         "solidFill", "gradFill",  "blipFill", "pattFill",
+    "grpFill",    "effectLst",      "effectDag", "highlight", "uLnTx",    "uLn",
+    "uFillTx",    "uFill",          "latin",     "ea",        "cs",       "sym",
+    "hlinkClick", "hlinkMouseOver", "rtl",       "extLst"};
+
+pugi::xml_node InsertInOrder(pugi::xml_node rPr, const char* local, const std::string& prefix) {
+    std::size_t rank = 0;
+    while (rank < std::size(kRunPropertyOrder) && std::strcmp(kRunPropertyOrder[rank], local) != 0)
+        ++rank;
+    for (pugi::xml_node c = rPr.first_child(); c; c = c.next_sibling()) {
+        if (c.type() != pugi::node_element) continue;
+        for (std::size_t later = rank + 1; later < std::size(kRunPropertyOrder); ++later) {
+            if (Is(c, kRunPropertyOrder[later])) {
+                return rPr.insert_child_before((prefix + local).c_str(), c);
+            }
+        }
+    }
+    return rPr.append_child((prefix + local).c_str());
+}
+
+void SetAttr(pugi::xml_node node, const char* name, const std::string& value) {
+    pugi::xml_attribute a = node.attribute(name);
+    if (!a) a = node.append_attribute(name);
+    a.set_value(value.c_str());
+}
+
+void SetTypeface(pugi::xml_node rPr, const char* local, const std::u16string& face,
+                 const std::string& prefix) {
+    pugi::xml_node n = Child(rPr, local);
+    if (!n) n = InsertInOrder(rPr, local, prefix);
+    SetAttr(n, "typeface", Utf16ToUtf8(face));
+}
+
+// What the run changed in a character's format, put into its properties.
+void ApplyFormat(pugi::xml_node rPr, const CharFormat& now, const CharFormat& was,
+                 const std::string& prefix) {
+    if (now.size != was.size) {
+        SetAttr(rPr, "sz", std::to_string(static_cast<int>(now.size * 100.0f + 0.5f)));
+    }
+    if (now.bold != was.bold) SetAttr(rPr, "b", now.bold ? "1" : "0");
+    if (now.italic != was.italic) SetAttr(rPr, "i", now.italic ? "1" : "0");
+    if (now.nameAscii != was.nameAscii || now.name != was.name) {
+        SetTypeface(rPr, "latin", now.nameAscii.empty() ? now.name : now.nameAscii, prefix);
+    }
+    if (now.nameFarEast != was.nameFarEast) SetTypeface(rPr, "ea", now.nameFarEast, prefix);
+    if (now.rgb != was.rgb || now.colorType != was.colorType) {
+        for (const char* fill :
+             {"noFill", "solidFill", "gradFill", "blipFill", "pattFill", "grpFill"}) {
+            while (pugi::xml_node n = Child(rPr, fill))
+                rPr.remove_child(n);
+        }
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "%02X%02X%02X", now.rgb & 0xFF, (now.rgb >> 8) & 0xFF,
+                      (now.rgb >> 16) & 0xFF);
+        pugi::xml_node fill = InsertInOrder(rPr, "solidFill", prefix);
+        SetAttr(fill.append_child((prefix + "srgbClr").c_str()), "val", hex);
+    }
+}
+
+// Text as XML may hold it: characters XML 1.0 forbids are dropped.
+std::string XmlText(std::u16string_view text) {
+    std::u16string kept;
+    for (char16_t c : text) {
+        if (c >= 0x20 || c == u'\t' || c == u'\n') kept.push_back(c);
+    }
+    return Utf16ToUtf8(kept);
+}
+
+// Properties for a new element from a source's, renamed to `name`.
+void CopyProperties(pugi::xml_node into, const Source* source, const CharFormat& now,
+                    const std::string& prefix) {
+    const CharFormat base = source ? source->loaded : CharFormat();
+    pugi::xml_node rPr;
+    if (source && source->rPr) {
+        rPr = into.prepend_copy(source->rPr);
+        rPr.set_name((prefix + "rPr").c_str());
+    }
+    CharFormat probe = now;
+    probe.source = base.source;
+    if (probe == base) return;
+    if (!rPr) rPr = into.prepend_child((prefix + "rPr").c_str());
+    ApplyFormat(rPr, now, base, prefix);
+}
+
+// Fills a paragraph with the runs and breaks of [from, to) of the frame.
+void FillParagraph(pugi::xml_node p, const Frame& frame, const std::u16string& text,
+                   const std::vector<CharFormat>& formats, std::size_t from, std::size_t to) {
+    const std::string prefix = PrefixOf(p);
+    pugi::xml_node end = Child(p, "endParaRPr");
+    auto sourceOf = [&frame](const CharFormat& f) -> const Source* {
+        return f.source >= 1 && static_cast<std::size_t>(f.source) <= frame.sources.size()
+                   ? &frame.sources[static_cast<std::size_t>(f.source - 1)]
+                   : nullptr;
+    };
+    auto add = [&](const char* local) {
+        return end ? p.insert_child_before((prefix + local).c_str(), end)
+                   : p.append_child((prefix + local).c_str());
+    };
+    std::size_t i = from;
+    while (i < to) {
+        const CharFormat& format = formats[i];
+        const Source* source = sourceOf(format);
+        if (text[i] == u'\v') {
+            CopyProperties(add("br"), source, format, prefix);
+            ++i;
+            continue;
+        }
+        std::size_t j = i + 1;
+        while (j < to && text[j] != u'\v' && formats[j] == format)
+            ++j;
+        const std::u16string piece = text.substr(i, j - i);
+        if (source && source->kind == Source::Kind::Field && piece == source->text) {
+            // A field the run left alone stays a field.
+            pugi::xml_node field =
+                end ? p.insert_copy_before(source->node, end) : p.append_copy(source->node);
+            if (pugi::xml_node rPr = Child(field, "rPr")) {
+                CharFormat probe = format;
+                probe.source = source->loaded.source;
+                if (!(probe == source->loaded)) ApplyFormat(rPr, format, source->loaded, prefix);
+            }
+        } else {
+            pugi::xml_node run = add("r");
+            CopyProperties(run, source, format, prefix);
+            run.append_child((prefix + "t").c_str())
+                .append_child(pugi::node_pcdata)
+                .set_value(XmlText(piece).c_str());
+        }
+        i = j;
+    }
+}
+
+void ClearRuns(pugi::xml_node p) {
+    for (pugi::xml_node c = p.first_child(); c;) {
+        pugi::xml_node next = c.next_sibling();
+        if (c.type() == pugi::node_element && !Is(c, "pPr") && !Is(c, "endParaRPr")) {
+            p.remove_child(c);
+        }
+        c = next;
+    }
+}
+
+struct Span {
+    std::size_t start, end;  // end excludes the paragraph's CR
+};
+
+std::vector<Span> SplitParagraphs(const std::u16string& text) {
+    std::vector<Span> spans;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == u'\r') {
+            spans.push_back({start, i});
+            start = i + 1;
+        }
+    }
+    spans.push_back({start, text.size()});
+    return spans;
+}
+
+void WriteAutoSize(pugi::xml_node bodyPr, std::int32_t autoSize, const std::string& prefix) {
+    for (const char* fit : {"noAutofit", "normAutofit", "spAutoFit"}) {
+        while (pugi::xml_node n = Child(bodyPr, fit))
+            bodyPr.remove_child(n);
+    }
+    const char* local = autoSize == 1 ? "spAutoFit" : autoSize == 2 ? "normAutofit" : "noAutofit";
+    const std::string name = prefix + local;
+    if (pugi::xml_node warp = Child(bodyPr, "prstTxWarp")) {
+        bodyPr.insert_child_after(name.c_str(), warp);
+    } else {
+        bodyPr.prepend_child(name.c_str());
+    }
+}
+
+}  // namespace
+
+struct PptxDeck::State {
+    ZipPackage package;
+    std::deque<XmlPart> parts;
+    std::vector<Frame> frames;
+    std::shared_ptr<sim::PresentationModel> model;
+    std::size_t framesWritten = 0;
+    std::string error;
+    // Copies of the properties and fields text came from: a write may take
+    // the originals out of the tree while another paragraph still needs them.
+    pugi::xml_document kept;
+
+    pugi::xml_node Keep(pugi::xml_node node) { return node ? kept.append_copy(node) : node; }
+
+    // Parses a part once; null with `error` set when it is absent or broken.
+    XmlPart* Part(const std::string& name) {
+        for (XmlPart& p : parts) {
+            if (p.name == name) return &p;
+        }
+        const ZipPart* raw = package.Find(name);
+        if (!raw) {
+            error = name + ": part missing";
+            return nullptr;
+        }
+        XmlPart& p = parts.emplace_back();
+        p.name = name;
+        const pugi::xml_parse_result r =
+            p.doc.load_buffer(raw->bytes.data(), raw->bytes.size(), kParseOptions);
+        if (!r) {
+            error =
+                name + ": broken XML at byte " + std::to_string(r.offset) + ": " + r.description();
+            parts.pop_back();
+            return nullptr;
+        }
+        return &p;
+    }
+
+    std::size_t IndexOf(const XmlPart* p) const {
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            if (&parts[i] == p) return i;
+        }
+        return 0;
+    }
+
+    // Relationship id -> target part, for one part; external targets left out.
+    std::map<std::string, std::string> Relationships(const std::string& part, bool required) {
+        std::map<std::string, std::string> out;
+        const std::string rels = RelsPathOf(part);
+        if (!package.Find(rels)) {
+            if (required) error = rels + ": part missing";
+            return out;
+        }
+        XmlPart* p = Part(rels);
+        if (!p) return out;
+        for (pugi::xml_node r : p->doc.document_element().children()) {
+            if (!Is(r, "Relationship")) continue;
+            if (std::strcmp(r.attribute("TargetMode").value(), "External") == 0) continue;
+            out[r.attribute("Id").value()] = Resolve(part, r.attribute("Target").value());
+        }
+        return out;
+    }
+
+    std::string TargetOfType(const std::string& part, const char* typeEnd) {
+        const std::string rels = RelsPathOf(part);
+        if (!package.Find(rels)) return "";
+        XmlPart* p = Part(rels);
+        if (!p) return "";
+        for (pugi::xml_node r : p->doc.document_element().children()) {
+            const std::string type = r.attribute("Type").value();
+            if (type.size() >= std::strlen(typeEnd) &&
+                type.compare(type.size() - std::strlen(typeEnd), std::string::npos, typeEnd) == 0 &&
+                std::strcmp(r.attribute("TargetMode").value(), "External") != 0) {
+                return Resolve(part, r.attribute("Target").value());
+            }
+        }
+        return "";
+    }
+
+    void ReadFrame(std::size_t part, pugi::xml_node body, const std::shared_ptr<ShapeModel>& shape,
+                   const std::string& place) {
+        Frame frame;
+        frame.part = part;
+        frame.body = body;
+        frame.shape = shape;
+        frame.place = place;
+        sim::TextFrameModel& model = shape->frame;
+        shape->hasTextFrame = true;
+        const pugi::xml_node bodyPr = Child(body, "bodyPr");
+        if (Child(bodyPr, "spAutoFit")) model.autoSize = 1;
+        if (Child(bodyPr, "normAutofit")) model.autoSize = 2;
+        model.wordWrap = std::strcmp(Attr(bodyPr, "wrap").value(), "none") != 0;
+        const auto inset = [&](const char* name, float fallback) {
+            const pugi::xml_attribute a = Attr(bodyPr, name);
+            return a ? static_cast<float>(a.as_llong()) / kEmuPerPoint : fallback;
+        };
+        model.marginLeft = inset("lIns", 7.2f);
+        model.marginRight = inset("rIns", 7.2f);
+        model.marginTop = inset("tIns", 3.6f);
+        model.marginBottom = inset("bIns", 3.6f);
+
+        auto addSource = [&frame](Source s) {
+            frame.sources.push_back(std::move(s));
+            const auto id = static_cast<std::int32_t>(frame.sources.size());
+            frame.sources.back().loaded.source = id;
+            return frame.sources.back().loaded;
+        };
+        std::u16string text;
+        std::vector<CharFormat> formats;
+        for (pugi::xml_node p : body.children()) {
+            if (Is(p, "p")) frame.paragraphs.push_back(p);
+        }
+        for (std::size_t index = 0; index < frame.paragraphs.size(); ++index) {
+            const pugi::xml_node p = frame.paragraphs[index];
+            for (pugi::xml_node c : p.children()) {
+                if (Is(c, "r") || Is(c, "fld")) {
+                    const bool field = Is(c, "fld");
+                    const pugi::xml_node rPr = Child(c, "rPr");
+                    const std::u16string piece = Utf8ToUtf16(Child(c, "t").text().get());
+                    const CharFormat f =
+                        addSource({field ? Source::Kind::Field : Source::Kind::Run,
+                                   field ? Keep(c) : c, Keep(rPr), FormatOf(rPr), index, piece});
+                    text += piece;
+                    formats.insert(formats.end(), piece.size(), f);
+                } else if (Is(c, "br")) {
+                    const pugi::xml_node rPr = Child(c, "rPr");
+                    text += u'\v';
+                    formats.push_back(
+                        addSource({Source::Kind::Break, c, Keep(rPr), FormatOf(rPr), index, u""}));
+                }
+            }
+            const pugi::xml_node end = Child(p, "endParaRPr");
+            const CharFormat endFormat =
+                addSource({Source::Kind::ParagraphEnd, p, Keep(end), FormatOf(end), index, u""});
+            if (index + 1 < frame.paragraphs.size()) {
+                text += u'\r';
+                formats.push_back(endFormat);
+            }
+            // Text put into an empty frame takes its first paragraph's end.
+            if (index == 0) model.defaultFormat = endFormat;
+        }
+        model.text = text;
+        model.formats = formats;
+        frame.text = std::move(text);
+        frame.formats = std::move(formats);
+        frame.autoSize = model.autoSize;
+        frame.wordWrap = model.wordWrap;
+        frames.push_back(std::move(frame));
+    }
+
+    void ReadGeometry(pugi::xml_node xfrm, ShapeModel& shape) {
+        if (!xfrm) return;
+        const pugi::xml_node off = Child(xfrm, "off"), ext = Child(xfrm, "ext");
+        shape.left = static_cast<float>(Attr(off, "x").as_llong()) / kEmuPerPoint;
+        shape.top = static_cast<float>(Attr(off, "y").as_llong()) / kEmuPerPoint;
+        shape.width = static_cast<float>(Attr(ext, "cx").as_llong()) / kEmuPerPoint;
+        shape.height = static_cast<float>(Attr(ext, "cy").as_llong()) / kEmuPerPoint;
+    }
+
+    void ReadNames(pugi::xml_node nv, ShapeModel& shape) {
+        const pugi::xml_node c = Child(nv, "cNvPr");
+        shape.id = Attr(c, "id").as_int();
+        shape.name = Utf8ToUtf16(Attr(c, "name").value());
+    }
+
+    void ReadTable(std::size_t part, pugi::xml_node tbl, ShapeModel& shape,
+                   const std::string& place) {
+        auto table = std::make_shared<sim::TableModel>();
+        std::vector<pugi::xml_node> rows;
+        for (pugi::xml_node tr : tbl.children()) {
+            if (Is(tr, "tr")) rows.push_back(tr);
+        }
+        std::int32_t columns = 0;
+        for (pugi::xml_node col : Child(tbl, "tblGrid").children()) {
+            if (Is(col, "gridCol")) ++columns;
+        }
+        table->rows = static_cast<std::int32_t>(rows.size());
+        table->columns = columns;
+        for (std::int32_t r = 0; r < table->rows; ++r) {
+            std::vector<pugi::xml_node> cells;
+            for (pugi::xml_node tc : rows[static_cast<std::size_t>(r)].children()) {
+                if (Is(tc, "tc")) cells.push_back(tc);
+            }
+            for (std::int32_t c = 0; c < columns; ++c) {
+                auto cell = std::make_shared<ShapeModel>();
+                cell->type = ShapeType::AutoShape;
+                // A cell a merge covers keeps its own (empty) text body, as
+                // the file has it: mapping it onto the covering cell would
+                // offer that cell's text once for every position it spans.
+                if (static_cast<std::size_t>(c) < cells.size()) {
+                    if (const pugi::xml_node body =
+                            Child(cells[static_cast<std::size_t>(c)], "txBody")) {
+                        ReadFrame(part, body, cell,
+                                  place + ", cell " + std::to_string(r + 1) + "," +
+                                      std::to_string(c + 1));
+                    }
+                }
+                table->cells.push_back(cell);
+                table->mergedInto.push_back(-1);
+            }
+        }
+        shape.table = table;
+    }
+
+    std::shared_ptr<ShapeModel> ReadShape(std::size_t part, pugi::xml_node node,
+                                          const std::string& where) {
+        if (Is(node, "AlternateContent")) {
+            // The content for readers that know it; the fallback is left as it is.
+            const pugi::xml_node choice = Child(node, "Choice");
+            for (pugi::xml_node c : choice.children()) {
+                if (c.type() == pugi::node_element) return ReadShape(part, c, where);
+            }
+            return nullptr;
+        }
+        auto shape = std::make_shared<ShapeModel>();
+        if (Is(node, "sp")) {
+            ReadNames(Child(node, "nvSpPr"), *shape);
+            const pugi::xml_node nv = Child(node, "nvSpPr");
+            shape->type = Path(nv, {"nvPr", "ph"})                          ? ShapeType::Placeholder
+                          : IsTrueAttr(Attr(Child(nv, "cNvSpPr"), "txBox")) ? ShapeType::TextBox
+                                                                            : ShapeType::AutoShape;
+            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+            if (const pugi::xml_node body = Child(node, "txBody")) {
+                ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name));
+            }
+        } else if (Is(node, "grpSp")) {
+            ReadNames(Child(node, "nvGrpSpPr"), *shape);
+            shape->type = ShapeType::Group;
+            ReadGeometry(Path(node, {"grpSpPr", "xfrm"}), *shape);
+            const std::string inner = where + ", " + Utf16ToUtf8(shape->name);
+            for (pugi::xml_node c : node.children()) {
+                if (auto child = ReadShape(part, c, inner)) shape->children.push_back(child);
+            }
+        } else if (Is(node, "graphicFrame")) {
+            ReadNames(Child(node, "nvGraphicFramePr"), *shape);
+            ReadGeometry(Child(node, "xfrm"), *shape);
+            const pugi::xml_node data = Path(node, {"graphic", "graphicData"});
+            const std::string uri = Attr(data, "uri").value();
+            if (const pugi::xml_node tbl = Child(data, "tbl")) {
+                shape->type = ShapeType::Table;
+                ReadTable(part, tbl, *shape, where + ", " + Utf16ToUtf8(shape->name));
+            } else if (uri.find("/chart") != std::string::npos) {
+                shape->type = ShapeType::Chart;  // its text is not read yet
+            } else if (uri.find("/diagram") != std::string::npos) {
+                shape->type = ShapeType::SmartArt;  // its text is not read yet
+            } else {
+                shape->type = ShapeType::AutoShape;
+            }
+        } else if (Is(node, "pic")) {
+            ReadNames(Child(node, "nvPicPr"), *shape);
+            shape->type = ShapeType::Picture;
+            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+        } else if (Is(node, "cxnSp")) {
+            ReadNames(Child(node, "nvCxnSpPr"), *shape);
+            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+        } else {
+            return nullptr;
+        }
+        return shape;
+    }
+
+    bool ReadShapes(const std::string& partName, std::vector<std::shared_ptr<ShapeModel>>& into,
+                    const std::string& where) {
+        XmlPart* p = Part(partName);
+        if (!p) return false;
+        const pugi::xml_node tree = Path(p->doc.document_element(), {"cSld", "spTree"});
+        if (!tree) {
+            error = partName + ": no shape tree";
+            return false;
+        }
+        const std::size_t index = IndexOf(p);
+        for (pugi::xml_node c : tree.children()) {
+            if (auto shape = ReadShape(index, c, where)) into.push_back(shape);
+        }
+        return true;
+    }
+
+    bool Load(const std::string& path) {
+        model = std::make_shared<sim::PresentationModel>();
+        model->fullName = Utf8ToUtf16(path);
+        std::string main;
+        if (!package.Find("_rels/.rels")) {
+            error = "not a presentation: the package has no _rels/.rels";
+            return false;
+        }
+        main = TargetOfType("", "/officeDocument");
+        if (!error.empty()) return false;
+        if (main.empty() || !package.Find(main)) {
+            error = "not a presentation: no presentation part";
+            return false;
+        }
+        XmlPart* presentation = Part(main);
+        if (!presentation) return false;
+        const pugi::xml_node root = presentation->doc.document_element();
+        if (!Is(root, "presentation")) {
+            error = main + ": not a presentation part";
+            return false;
+        }
+        if (const pugi::xml_node size = Child(root, "sldSz")) {
+            model->slideWidth = static_cast<float>(Attr(size, "cx").as_llong()) / kEmuPerPoint;
+            model->slideHeight = static_cast<float>(Attr(size, "cy").as_llong()) / kEmuPerPoint;
+        }
+        const auto rels = Relationships(main, false);
+        if (!error.empty()) return false;
+        std::int32_t number = 0;
+        for (pugi::xml_node id : Child(root, "sldIdLst").children()) {
+            if (!Is(id, "sldId")) continue;
+            ++number;
+            // The relationship id is the prefixed id; the unprefixed one is the slide's.
+            std::string rid;
+            for (pugi::xml_attribute a = id.first_attribute(); a; a = a.next_attribute()) {
+                const char* colon = std::strchr(a.name(), ':');
+                if (colon && std::strcmp(colon + 1, "id") == 0) rid = a.value();
+            }
+            const auto target = rels.find(rid);
+            if (target == rels.end()) {
+                error = main + ": slide " + std::to_string(number) + " has no relationship";
+                return false;
+            }
+            auto slide = std::make_shared<sim::SlideModel>();
+            slide->slideId = id.attribute("id").as_int();
+            model->nextSlideId = std::max(model->nextSlideId, slide->slideId + 1);
+            const std::string where = "slide " + std::to_string(number);
+            if (!ReadShapes(target->second, slide->shapes, where)) return false;
+            if (XmlPart* sp = Part(target->second)) {
+                slide->name =
+                    Utf8ToUtf16(Attr(Child(sp->doc.document_element(), "cSld"), "name").value());
+            }
+            const std::string notes = TargetOfType(target->second, "/notesSlide");
+            if (!error.empty()) return false;
+            if (!notes.empty() && package.Find(notes) &&
+                !ReadShapes(notes, slide->notesShapes, where + " notes")) {
+                return false;
+            }
+            model->slides.push_back(slide);
+        }
+        return true;
+    }
+};
+
+PptxDeck::PptxDeck(std::unique_ptr<State> state) : state_(std::move(state)) {}
+PptxDeck::~PptxDeck() = default;
+
+std::unique_ptr<PptxDeck> PptxDeck::Open(const std::string& path, std::string& error,
+                                         const ZipLimits& limits) {
+    auto state = std::make_unique<State>();
+    error = state->package.Read(path, limits);
+    if (!error.empty()) return nullptr;
+    if (!state->Load(path)) {
+        error = state->error.empty() ? "can't read the presentation" : state->error;
+        return nullptr;
+    }
+    return std::unique_ptr<PptxDeck>(new PptxDeck(std::move(state)));
+}
+
+const std::shared_ptr<sim::PresentationModel>& PptxDeck::Model() const {
+    return state_->model;
+}
+
+std::size_t PptxDeck::FramesWritten() const {
+    return state_->framesWritten;
+}
+
+std::vector<FrameText> PptxDeck::Texts() const {
+    std::vector<FrameText> out;
+    for (const Frame& f : state_->frames)
+        out.push_back({f.place, f.shape->frame.text, f.shape->frame.formats});
+    return out;
+}
+
+std::string PptxDeck::Save(const std::string& path) {
+    State& s = *state_;
+    s.framesWritten = 0;
+    for (Frame& frame : s.frames) {
+        const sim::TextFrameModel& now = frame.shape->frame;
+        const pugi::xml_node bodyPr = Child(frame.body, "bodyPr");
+        const std::string prefix =
+            PrefixOf(frame.body.first_child() ? frame.body.first_child() : frame.body);
+        bool changed = false;
+        if (now.autoSize != frame.autoSize && bodyPr) {
+            WriteAutoSize(bodyPr, now.autoSize, PrefixOf(bodyPr));
+            frame.autoSize = now.autoSize;
+            changed = true;
+        }
+        if (now.wordWrap != frame.wordWrap && bodyPr) {
+            SetAttr(bodyPr, "wrap", now.wordWrap ? "square" : "none");
+            frame.wordWrap = now.wordWrap;
+            changed = true;
+        }
+        if (now.text != frame.text || now.formats != frame.formats) {
+            const std::vector<Span> was = SplitParagraphs(frame.text);
+            const std::vector<Span> is = SplitParagraphs(now.text);
+            if (was.size() == is.size() && was.size() == frame.paragraphs.size()) {
+                // Paragraph for paragraph: those the run didn't touch keep their XML.
+                for (std::size_t k = 0; k < is.size(); ++k) {
+                    const bool same =
+                        frame.text.compare(was[k].start, was[k].end - was[k].start, now.text,
+                                           is[k].start, is[k].end - is[k].start) == 0 &&
+                        std::equal(
+                            frame.formats.begin() + static_cast<std::ptrdiff_t>(was[k].start),
+                            frame.formats.begin() + static_cast<std::ptrdiff_t>(was[k].end),
+                            now.formats.begin() + static_cast<std::ptrdiff_t>(is[k].start),
+                            now.formats.begin() + static_cast<std::ptrdiff_t>(is[k].end));
+                    if (same) continue;
+                    ClearRuns(frame.paragraphs[k]);
+                    FillParagraph(frame.paragraphs[k], frame, now.text, now.formats, is[k].start,
+                                  is[k].end);
+                }
+            } else {
+                // Paragraphs came or went: each new one takes the properties
+                // of the paragraph its end (or its first character) came from.
+                const pugi::xml_node anchor =
+                    frame.paragraphs.empty() ? pugi::xml_node() : frame.paragraphs.back();
+                std::vector<pugi::xml_node> made;
+                for (std::size_t k = 0; k < is.size(); ++k) {
+                    std::size_t from = frame.paragraphs.empty() ? 0 : frame.paragraphs.size() - 1;
+                    const std::size_t endAt = is[k].end;
+                    const CharFormat* key = endAt < now.formats.size() ? &now.formats[endAt]
+                                            : is[k].start < is[k].end  ? &now.formats[is[k].start]
+                                                                       : nullptr;
+                    if (key && key->source >= 1 &&
+                        static_cast<std::size_t>(key->source) <= frame.sources.size()) {
+                        from = frame.sources[static_cast<std::size_t>(key->source - 1)].paragraph;
+                    }
+                    pugi::xml_node p;
+                    if (!frame.paragraphs.empty()) {
+                        p = frame.body.insert_copy_after(frame.paragraphs[from],
+                                                         made.empty() ? anchor : made.back());
+                        ClearRuns(p);
+                    } else {
+                        p = frame.body.append_child((prefix + "p").c_str());
+                    }
+                    FillParagraph(p, frame, now.text, now.formats, is[k].start, is[k].end);
+                    made.push_back(p);
+                }
+                for (pugi::xml_node old : frame.paragraphs)
+                    frame.body.remove_child(old);
+                frame.paragraphs = made;
+            }
+            changed = true;
+        }
+        frame.text = now.text;
+        frame.formats = now.formats;
+        if (changed) {
+            s.parts[frame.part].dirty = true;
+            ++s.framesWritten;
+        }
+    }
+    for (XmlPart& part : s.parts) {
+        if (!part.dirty) continue;
+        std::ostringstream out;
+        part.doc.save(out, "", pugi::format_raw, pugi::encoding_utf8);
+        s.package.Put(part.name, out.str());
+    }
+    return s.package.Write(path);
+}
+
+}  // namespace qb::pptx

@@ -1,0 +1,52 @@
+// A host over a presentation file: the package is read into the simulated
+// host's document model, so the engine meets the same objects and members
+// it meets in the simulated host, and on save every text frame the run
+// changed is written back into its XML at paragraph and run level. Parts
+// that hold no changed frame are written back with their original bytes.
+//
+// Not yet read: charts, SmartArt, text properties inherited from layouts
+// and masters, shape geometry changes.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/host/sim_model.h"
+#include "sim/pptx/zip_package.h"
+
+namespace qb::pptx {
+
+// One text frame as the model holds it, with where it stands.
+struct FrameText {
+    std::string place;  // "slide 2, Title 1", "slide 1 notes, Notes Placeholder 2", ...
+    std::u16string text;
+    std::vector<sim::CharFormat> formats;
+};
+
+class PptxDeck {
+  public:
+    ~PptxDeck();
+    // Null with `error` set (one line, no file name) when the file can't be
+    // read as a presentation.
+    static std::unique_ptr<PptxDeck> Open(const std::string& path, std::string& error,
+                                          const ZipLimits& limits = ZipLimits());
+
+    const std::shared_ptr<sim::PresentationModel>& Model() const;
+    // Every text frame of the model, slides in order, each slide's shapes
+    // (groups and tables walked) then its notes.
+    std::vector<FrameText> Texts() const;
+
+    // Puts the model's changes into the XML and writes a new package to
+    // `path`. Empty on success; on failure nothing is left at `path`.
+    std::string Save(const std::string& path);
+    // Frames written back by the last Save.
+    std::size_t FramesWritten() const;
+
+  private:
+    struct State;
+    explicit PptxDeck(std::unique_ptr<State> state);
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace qb::pptx
