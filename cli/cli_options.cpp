@@ -321,14 +321,41 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         r.error = "the output would overwrite the input; give --in-place to allow it";
         return r;
     }
+    // A presentation file is saved as one, or as a deck file to look at; a
+    // deck file has no package to write a presentation into.
+    if (IsPresentationFile(o.output) && !IsPresentationFile(o.deck)) {
+        r.error = "a .pptx output needs a .pptx input";
+        return r;
+    }
+    if (IsPresentationFile(o.deck) && !IsPresentationFile(o.output) &&
+        !EndsWithIgnoringCase(o.output, ".json")) {
+        r.error = "the output of a .pptx input is a .pptx or a .json deck file";
+        return r;
+    }
     if (o.reportPath.empty()) o.reportPath = DefaultReportPath(o.output);
     return r;
+}
+
+bool EndsWithIgnoringCase(const std::string& path, const std::string& lowerSuffix) {
+    if (path.size() < lowerSuffix.size()) return false;
+    for (std::size_t i = 0; i < lowerSuffix.size(); ++i) {
+        char c = path[path.size() - lowerSuffix.size() + i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != lowerSuffix[i]) return false;
+    }
+    return true;
+}
+
+bool IsPresentationFile(const std::string& path) {
+    return EndsWithIgnoringCase(path, ".pptx");
 }
 
 std::string UsageText() {
     return "Usage: qb-translate [options] DECK\n"
            "Translates a deck file on the simulated presentation host, as the add-in does\n"
-           "inside the host, and saves the translated deck with a report.\n"
+           "inside the host, and saves the translated deck with a report. DECK may be a\n"
+           ".pptx presentation: its slide, table and notes text is translated and written\n"
+           "back into a new .pptx (charts and SmartArt are left as they are for now).\n"
            "\n"
            "  -t, --to LANG            target language (default en)\n"
            "  -f, --from LANG          source language (default auto)\n"
@@ -348,7 +375,8 @@ std::string UsageText() {
            "                           (default: one is started in-process)\n"
            "      --latency MS         the in-process service answers this late (default 0)\n"
            "      --token TOKEN        the access token sent to the service\n"
-           "  -o, --output FILE        the translated deck (default DECK.translated.json)\n"
+           "  -o, --output FILE        the translated deck (default DECK.translated.json, or\n"
+           "                           .pptx for a .pptx; a .pptx may also be saved as .json)\n"
            "      --in-place           overwrite DECK instead\n"
            "      --report FILE        the JSON report (default OUTPUT.report.json)\n"
            "      --html FILE          an HTML report drawing each slide before and after\n"

@@ -62,6 +62,10 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args);
 
 // "deck.json" -> "deck.translated.json"; "deck" -> "deck.translated".
 std::string DefaultOutputPath(const std::string& deck);
+// A presentation file by its extension, ".pptx" in any case.
+bool IsPresentationFile(const std::string& path);
+bool EndsWithIgnoringCase(const std::string& path, const std::string& lowerSuffix);
+
 // "out.json" -> "out.report.json".
 std::string DefaultReportPath(const std::string& output);
 

@@ -3,7 +3,8 @@
 // the run collects, translates through the service (a stand-in started
 // in-process unless one is named) on the native or the panel road and
 // writes the slides back on its run tick; then the deck is saved beside the
-// input with a report.
+// input with a report. A .pptx is opened by the host over presentation
+// files and saved as one.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -25,6 +26,7 @@
 #include "sim/host/deck_file.h"
 #include "sim/host/sim_editor.h"
 #include "sim/host/sim_host.h"
+#include "sim/pptx/pptx_deck.h"
 #include "sim/service/stand_in_service.h"
 
 namespace {
@@ -183,9 +185,25 @@ const char* ScopeName(Scope scope) {
     return scope == Scope::Deck ? "deck" : scope == Scope::Slide ? "slide" : "selection";
 }
 
+std::string LastComponent(const std::string& path) {
+    const std::size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
 int Run(const Options& o) {
-    sim::DeckLoadResult loaded = sim::LoadDeckFile(U16(o.deck));
-    if (!loaded.error.empty()) return Fail(kExitInput, loaded.error);
+    sim::DeckLoadResult loaded;
+    std::unique_ptr<pptx::PptxDeck> presentation;
+    if (IsPresentationFile(o.deck)) {
+        std::string error;
+        presentation = pptx::PptxDeck::Open(o.deck, error);
+        if (!presentation) return Fail(kExitInput, LastComponent(o.deck) + ": " + error);
+        // One window on the presentation, as a host shows an opened file.
+        loaded.deck = presentation->Model();
+        loaded.windows.emplace_back();
+    } else {
+        loaded = sim::LoadDeckFile(U16(o.deck));
+        if (!loaded.error.empty()) return Fail(kExitInput, loaded.error);
+    }
     if (o.host == HostChoice::PowerPoint) loaded.kind = sim::HostKind::PowerPoint;
     if (o.host == HostChoice::Wps) loaded.kind = sim::HostKind::Wps;
     sim::SimHost host(loaded.kind);
@@ -306,7 +324,10 @@ int Run(const Options& o) {
     }
 
     std::string error;
-    if (!sim::SaveDeckFile(U16(o.output), sim::CaptureDeck(host, deck), &error)) {
+    if (IsPresentationFile(o.output)) {
+        error = presentation->Save(o.output);
+        if (!error.empty()) return Fail(kExitOutput, "can't write " + o.output + ": " + error);
+    } else if (!sim::SaveDeckFile(U16(o.output), sim::CaptureDeck(host, deck), &error)) {
         return Fail(kExitOutput, "can't write " + o.output + ": " + error);
     }
     if (!WriteText(o.reportPath, ReportJson(report))) {
