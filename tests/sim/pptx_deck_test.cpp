@@ -1,0 +1,457 @@
+// The host over presentation files: decks written here part by part, read
+// into the model, translated by the front end and read back; untouched parts
+// and run properties kept; damaged files turned away with one line.
+#include "sim/pptx/pptx_deck.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "foundation/text.h"
+#include "sim/service/pseudo_translate.h"
+#include "slides/writeback.h"
+#include "support/temp_dir.h"
+
+namespace qb {
+namespace {
+
+using pptx::PptxDeck;
+using pptx::ZipPackage;
+
+constexpr char kRels[] = "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
+constexpr char kNs[] =
+    R"( xmlns:a="http://schemas.openxmlformats.org/drawingml/2006/main")"
+    R"( xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships")"
+    R"( xmlns:p="http://schemas.openxmlformats.org/presentationml/2006/main")";
+
+// A presentation written part by part: only what a reader needs, plus parts
+// no run may touch.
+class DeckWriter {
+  public:
+    // A slide from the shapes' XML; notes text gives it a notes page.
+    void Slide(const std::string& shapes, const std::string& notes = "") {
+        slides_.push_back({shapes, notes});
+    }
+    void Part(const std::string& name, const std::string& bytes) { extra_[name] = bytes; }
+
+    std::map<std::string, std::string> Parts() const {
+        std::map<std::string, std::string> parts;
+        std::string types =
+            R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)"
+            R"(<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types">)"
+            R"(<Default Extension="xml" ContentType="application/xml"/>)"
+            R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
+            R"(<Override PartName="/ppt/presentation.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.presentation.main+xml"/>)";
+        std::string ids, presRels;
+        for (std::size_t i = 0; i < slides_.size(); ++i) {
+            const std::string n = std::to_string(i + 1);
+            types +=
+                R"(<Override PartName="/ppt/slides/slide)" + n +
+                R"(.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.slide+xml"/>)";
+            ids += R"(<p:sldId id=")" + std::to_string(256 + i) + R"(" r:id="rId)" +
+                   std::to_string(i + 10) + R"("/>)";
+            presRels += R"(<Relationship Id="rId)" + std::to_string(i + 10) + R"(" Type=")" +
+                        kRels + R"(/slide" Target="slides/slide)" + n + R"(.xml"/>)";
+            parts["ppt/slides/slide" + n + ".xml"] =
+                std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+                "<p:sld" + kNs + R"(><p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)" +
+                "<p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>" + slides_[i].shapes +
+                "</p:spTree></p:cSld></p:sld>";
+            if (!slides_[i].notes.empty()) {
+                types +=
+                    R"(<Override PartName="/ppt/notesSlides/notesSlide)" + n +
+                    R"(.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.notesSlide+xml"/>)";
+                parts["ppt/slides/_rels/slide" + n + ".xml.rels"] =
+                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+                    R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+                    R"(<Relationship Id="rId2" Type=")" + kRels +
+                    R"(/notesSlide" Target="../notesSlides/notesSlide)" + n + R"(.xml"/>)" +
+                    "</Relationships>";
+                parts["ppt/notesSlides/notesSlide" + n + ".xml"] =
+                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+                    "<p:notes" + kNs +
+                    R"(><p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/><p:cNvGrpSpPr/>)" +
+                    "<p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>" +
+                    Box(2, "Notes Placeholder 2",
+                        "<a:p><a:r><a:t>" + slides_[i].notes + "</a:t></a:r></a:p>") +
+                    "</p:spTree></p:cSld></p:notes>";
+            }
+        }
+        parts["[Content_Types].xml"] = types + "</Types>";
+        parts["_rels/.rels"] =
+            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+            R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+            R"(<Relationship Id="rId1" Type=")" + kRels +
+            R"(/officeDocument" Target="ppt/presentation.xml"/></Relationships>)";
+        parts["ppt/presentation.xml"] =
+            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+            "<p:presentation" + kNs + "><p:sldIdLst>" + ids +
+            R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/></p:presentation>)";
+        parts["ppt/_rels/presentation.xml.rels"] =
+            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+            R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+            presRels + "</Relationships>";
+        for (const auto& [name, bytes] : extra_)
+            parts[name] = bytes;
+        return parts;
+    }
+
+    void Write(const std::string& path) const {
+        ZipPackage zip;
+        for (const auto& [name, bytes] : Parts())
+            zip.Put(name, bytes);
+        ASSERT_EQ(zip.Write(path), "");
+    }
+
+    // A text box with the given paragraphs' XML.
+    static std::string Box(int id, const std::string& name, const std::string& paragraphs) {
+        return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
+               R"("/><p:cNvSpPr txBox="1"/><p:nvPr/></p:nvSpPr><p:spPr><a:xfrm>)"
+               R"(<a:off x="127000" y="254000"/><a:ext cx="2540000" cy="635000"/></a:xfrm>)"
+               R"(</p:spPr><p:txBody><a:bodyPr wrap="square"/><a:lstStyle/>)" +
+               paragraphs + "</p:txBody></p:sp>";
+    }
+    static std::string Para(const std::string& text) {
+        return "<a:p><a:r><a:rPr lang=\"en-US\"/><a:t>" + text + "</a:t></a:r></a:p>";
+    }
+
+  private:
+    struct SlideParts {
+        std::string shapes, notes;
+    };
+    std::vector<SlideParts> slides_;
+    std::map<std::string, std::string> extra_;
+};
+
+std::string Group(int id, const std::string& name, const std::string& inner) {
+    return R"(<p:grpSp><p:nvGrpSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
+           R"("/><p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>)" + inner + "</p:grpSp>";
+}
+
+std::string Cell(const std::string& text, const std::string& attrs = "") {
+    return "<a:tc" + attrs + "><a:txBody><a:bodyPr/><a:lstStyle/>" +
+           (text.empty() ? "<a:p><a:endParaRPr lang=\"en-US\"/></a:p>" : DeckWriter::Para(text)) +
+           "</a:txBody><a:tcPr/></a:tc>";
+}
+
+std::string Table(int id, const std::string& rows) {
+    return R"(<p:graphicFrame><p:nvGraphicFramePr><p:cNvPr id=")" + std::to_string(id) +
+           R"(" name="Table"/><p:cNvGraphicFramePr/><p:nvPr/></p:nvGraphicFramePr>)"
+           R"(<p:xfrm><a:off x="0" y="0"/><a:ext cx="3000000" cy="1000000"/></p:xfrm>)"
+           R"(<a:graphic><a:graphicData uri="http://schemas.openxmlformats.org/drawingml/2006/table">)"
+           R"(<a:tbl><a:tblGrid><a:gridCol w="1500000"/><a:gridCol w="1500000"/></a:tblGrid>)" +
+           rows + "</a:tbl></a:graphicData></a:graphic></p:graphicFrame>";
+}
+
+const std::string kPicture =
+    R"(<p:pic><p:nvPicPr><p:cNvPr id="9" name="Logo"/><p:cNvPicPr/><p:nvPr/></p:nvPicPr>)"
+    R"(<p:blipFill><a:blip r:embed="rId5"/></p:blipFill><p:spPr/></p:pic>)";
+
+// Every kind of text this phase reads, one deck.
+DeckWriter KitchenSink() {
+    DeckWriter w;
+    w.Slide(
+        DeckWriter::Box(2, "Title", DeckWriter::Para("Quarterly report")) +
+            DeckWriter::Box(
+                3, "Mixed",
+                R"(<a:p><a:pPr algn="ctr"/><a:r><a:rPr lang="en-US" sz="2400" b="1" u="sng">)"
+                R"(<a:solidFill><a:srgbClr val="FF0000"/></a:solidFill><a:latin typeface="Arial"/>)"
+                R"(</a:rPr><a:t>Sales grew </a:t></a:r><a:r><a:rPr lang="en-US" i="1"/>)"
+                R"(<a:t>quickly</a:t></a:r><a:endParaRPr lang="en-US" sz="1200"/></a:p>)"
+                R"(<a:p><a:r><a:rPr lang="en-US"/><a:t>First line</a:t></a:r><a:br>)"
+                R"(<a:rPr lang="en-US"/></a:br><a:r><a:rPr lang="en-US"/><a:t>second line</a:t>)"
+                R"(</a:r></a:p>)"),
+        "Speak slowly");
+    w.Slide(
+        Group(4, "Outer",
+              DeckWriter::Box(5, "Left", DeckWriter::Para("Costs fell")) +
+                  Group(6, "Inner", DeckWriter::Box(7, "Deep", DeckWriter::Para("Next steps")))) +
+        Table(8, "<a:tr h=\"300000\">" + Cell("North") + Cell("42") + "</a:tr>" +
+                     "<a:tr h=\"300000\">" + Cell("Merged region", R"( gridSpan="2")") +
+                     Cell("", R"( hMerge="1")") + "</a:tr>"));
+    w.Slide(kPicture);
+    w.Part("ppt/media/image1.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
+    w.Part("docProps/app.xml",
+           R"(<?xml version="1.0"?><Properties><Slides>3</Slides></Properties>)");
+    return w;
+}
+
+std::map<std::string, std::string> PartsOf(const std::string& path) {
+    ZipPackage zip;
+    EXPECT_EQ(zip.Read(path), "");
+    std::map<std::string, std::string> parts;
+    for (const auto& part : zip.Parts())
+        parts[part.name] = part.bytes;
+    return parts;
+}
+
+std::map<std::string, std::u16string> TextsByPlace(const PptxDeck& deck) {
+    std::map<std::string, std::u16string> texts;
+    for (const auto& t : deck.Texts())
+        texts[t.place] = t.text;
+    return texts;
+}
+
+class PptxDeckTest : public testing::Test {
+  protected:
+    std::string Path(const std::string& name) { return Utf16ToUtf8(dir_.Path()) + "/" + name; }
+
+    int RunCli(const std::string& args, std::string& err) {
+        const std::string errPath = Path("stderr.txt");
+        const int raw = std::system(
+            (std::string(QB_CLI_PATH) + " " + args + " >/dev/null 2>" + errPath + " </dev/null")
+                .c_str());
+        err = test::ReadFileBytes(Utf8ToUtf16(errPath));
+        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    }
+
+    static std::u16string T(std::u16string_view text) {
+        return NormalizeTranslation(sim::PseudoTranslate(text, u"de"));
+    }
+
+    test::TempDir dir_;
+};
+
+TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
+    const std::string path = Path("deck.pptx");
+    KitchenSink().Write(path);
+    std::string error;
+    const auto deck = PptxDeck::Open(path, error);
+    ASSERT_TRUE(deck) << error;
+    const auto& model = *deck->Model();
+    ASSERT_EQ(model.slides.size(), 3u);
+    EXPECT_EQ(model.slides[1]->slideId, 257);
+    EXPECT_FLOAT_EQ(model.slideWidth, 960.0f);
+    EXPECT_FLOAT_EQ(model.slideHeight, 540.0f);
+
+    const std::map<std::string, std::u16string> expected = {
+        {"slide 1, Title", u"Quarterly report"},
+        {"slide 1, Mixed", u"Sales grew quickly\rFirst line\vsecond line"},
+        {"slide 1 notes, Notes Placeholder 2", u"Speak slowly"},
+        {"slide 2, Outer, Left", u"Costs fell"},
+        {"slide 2, Outer, Inner, Deep", u"Next steps"},
+        {"slide 2, Table, cell 1,1", u"North"},
+        {"slide 2, Table, cell 1,2", u"42"},
+        {"slide 2, Table, cell 2,1", u"Merged region"},
+        {"slide 2, Table, cell 2,2", u""},
+    };
+    EXPECT_EQ(TextsByPlace(*deck), expected);
+
+    const auto& shapes = model.slides[1]->shapes;
+    ASSERT_EQ(shapes.size(), 2u);
+    EXPECT_EQ(shapes[0]->type, sim::ShapeType::Group);
+    ASSERT_EQ(shapes[0]->children.size(), 2u);
+    EXPECT_EQ(shapes[0]->children[1]->children[0]->name, u"Deep");
+    ASSERT_TRUE(shapes[1]->table);
+    EXPECT_NE(shapes[1]->table->CellAt(2, 2), shapes[1]->table->CellAt(2, 1))
+        << "a covered cell keeps its own empty body, so the merged text is offered once";
+    EXPECT_EQ(model.slides[2]->shapes[0]->type, sim::ShapeType::Picture);
+
+    // Run properties as the host's Font reads them.
+    const auto& mixed = model.slides[0]->shapes[1]->frame;
+    EXPECT_FLOAT_EQ(mixed.formats[0].size, 24.0f);
+    EXPECT_EQ(mixed.formats[0].bold, -1);
+    EXPECT_EQ(mixed.formats[0].rgb, 0x0000FF) << "red in the low byte";
+    EXPECT_EQ(mixed.formats[0].name, u"Arial");
+    EXPECT_EQ(mixed.formats[11].italic, -1);
+    EXPECT_NE(mixed.formats[0], mixed.formats[11]);
+    EXPECT_FLOAT_EQ(model.slides[0]->shapes[1]->width, 200.0f);
+}
+
+TEST_F(PptxDeckTest, SavingWithoutChangesKeepsEveryPartByteForByte) {
+    const std::string path = Path("deck.pptx");
+    KitchenSink().Write(path);
+    std::string error;
+    const auto deck = PptxDeck::Open(path, error);
+    ASSERT_TRUE(deck) << error;
+    ASSERT_EQ(deck->Save(Path("same.pptx")), "");
+    EXPECT_EQ(deck->FramesWritten(), 0u);
+    EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(path));
+}
+
+TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
+    const std::string path = Path("deck.pptx");
+    KitchenSink().Write(path);
+    const std::string input = test::ReadFileBytes(Utf8ToUtf16(path));
+    std::string err;
+    ASSERT_EQ(RunCli("-q --to de " + path, err), 0) << err;
+    EXPECT_EQ(test::ReadFileBytes(Utf8ToUtf16(path)), input) << "the input is never overwritten";
+
+    std::string error;
+    const auto out = PptxDeck::Open(Path("deck.translated.pptx"), error);
+    ASSERT_TRUE(out) << error;
+    const std::map<std::string, std::u16string> expected = {
+        {"slide 1, Title", T(u"Quarterly report")},
+        {"slide 1, Mixed", T(u"Sales grew quickly") + u"\r" + T(u"First line\vsecond line")},
+        {"slide 1 notes, Notes Placeholder 2", T(u"Speak slowly")},
+        {"slide 2, Outer, Left", T(u"Costs fell")},
+        {"slide 2, Outer, Inner, Deep", T(u"Next steps")},
+        {"slide 2, Table, cell 1,1", T(u"North")},
+        {"slide 2, Table, cell 1,2", u"42"},
+        {"slide 2, Table, cell 2,1", T(u"Merged region")},
+        {"slide 2, Table, cell 2,2", u""},
+    };
+    EXPECT_EQ(TextsByPlace(*out), expected);
+
+    const auto before = PartsOf(path), after = PartsOf(Path("deck.translated.pptx"));
+    ASSERT_EQ(after.size(), before.size());
+    for (const auto& [name, bytes] : before) {
+        const bool holdsText = name == "ppt/slides/slide1.xml" || name == "ppt/slides/slide2.xml" ||
+                               name == "ppt/notesSlides/notesSlide1.xml";
+        ASSERT_TRUE(after.count(name)) << name;
+        if (holdsText) {
+            EXPECT_NE(after.at(name), bytes) << name << " holds translated text";
+        } else {
+            EXPECT_EQ(after.at(name), bytes) << name << " is not the run's to change";
+        }
+    }
+
+    // The first run's properties carry the paragraph; those the model doesn't
+    // know (underline, language) and the paragraph's own stay as they were.
+    // (The engine fits the text, so sizes may change; it also folds a soft
+    // break inside a translated paragraph into a space.)
+    const std::string slide1 = after.at("ppt/slides/slide1.xml");
+    for (const char* kept :
+         {R"(<a:pPr algn="ctr"/>)", R"(b="1" u="sng")", R"(<a:srgbClr val="FF0000"/>)",
+          R"(<a:endParaRPr lang="en-US" sz="1200"/>)"}) {
+        EXPECT_NE(slide1.find(kept), std::string::npos) << kept << " in " << slide1;
+    }
+}
+
+TEST_F(PptxDeckTest, RunsTheEngineChangedAreWrittenWithTheirNewProperties) {
+    const std::string path = Path("deck.pptx");
+    KitchenSink().Write(path);
+    std::string error;
+    const auto deck = PptxDeck::Open(path, error);
+    ASSERT_TRUE(deck) << error;
+    // As the engine's target font and fit do: a new face and a smaller size
+    // on the first paragraph, and the text replaced keeping its first format.
+    auto& frame = deck->Model()->slides[0]->shapes[1]->frame;
+    for (std::size_t i = 0; i < 18; ++i) {
+        frame.formats[i].name = frame.formats[i].nameAscii = u"Noto Sans";
+        frame.formats[i].nameFarEast = u"Noto Sans CJK SC";
+        frame.formats[i].size = 20.5f;
+    }
+    const sim::CharFormat first = frame.formats[0];
+    frame.text.replace(0, 18, u"Umsatz");
+    frame.formats.erase(frame.formats.begin(), frame.formats.begin() + 18);
+    frame.formats.insert(frame.formats.begin(), 6, first);
+    ASSERT_EQ(deck->Save(Path("out.pptx")), "");
+    EXPECT_EQ(deck->FramesWritten(), 1u);
+
+    const std::string slide1 = PartsOf(Path("out.pptx")).at("ppt/slides/slide1.xml");
+    EXPECT_NE(
+        slide1.find(R"(<a:r><a:rPr lang="en-US" sz="2050" b="1" u="sng"><a:solidFill>)"
+                    R"(<a:srgbClr val="FF0000"/></a:solidFill><a:latin typeface="Noto Sans"/>)"
+                    R"(<a:ea typeface="Noto Sans CJK SC"/></a:rPr><a:t>Umsatz</a:t></a:r>)"),
+        std::string::npos)
+        << slide1;
+    EXPECT_EQ(slide1.find("quickly"), std::string::npos);
+    EXPECT_NE(slide1.find("second line"), std::string::npos) << "the second paragraph is kept";
+
+    const auto reopened = PptxDeck::Open(Path("out.pptx"), error);
+    ASSERT_TRUE(reopened) << error;
+    EXPECT_EQ(TextsByPlace(*reopened).at("slide 1, Mixed"), u"Umsatz\rFirst line\vsecond line");
+    EXPECT_FLOAT_EQ(reopened->Model()->slides[0]->shapes[1]->frame.formats[0].size, 20.5f);
+}
+
+TEST_F(PptxDeckTest, ParagraphsThatComeAndGoTakeTheirNeighboursProperties) {
+    const std::string path = Path("deck.pptx");
+    KitchenSink().Write(path);
+    std::string error;
+    const auto deck = PptxDeck::Open(path, error);
+    ASSERT_TRUE(deck) << error;
+    auto& title = deck->Model()->slides[0]->shapes[0]->frame;
+    const sim::CharFormat format = title.formats[0];
+    title.text = u"Eins\rZwei\vDrei";
+    title.formats.assign(title.text.size(), format);
+    auto& mixed = deck->Model()->slides[0]->shapes[1]->frame;
+    const std::size_t cr = mixed.text.find(u'\r');
+    mixed.text.erase(cr);
+    mixed.formats.resize(cr);
+    ASSERT_EQ(deck->Save(Path("out.pptx")), "");
+    const auto reopened = PptxDeck::Open(Path("out.pptx"), error);
+    ASSERT_TRUE(reopened) << error;
+    const auto texts = TextsByPlace(*reopened);
+    EXPECT_EQ(texts.at("slide 1, Title"), u"Eins\rZwei\vDrei");
+    EXPECT_EQ(texts.at("slide 1, Mixed"), u"Sales grew quickly");
+    EXPECT_EQ(reopened->Model()->slides[0]->shapes[1]->frame.formats[0].bold, -1);
+    const std::string slide1 = PartsOf(Path("out.pptx")).at("ppt/slides/slide1.xml");
+    EXPECT_NE(
+        slide1.find(R"(<a:p><a:r><a:rPr lang="en-US"/><a:t>Eins</a:t></a:r></a:p>)"
+                    R"(<a:p><a:r><a:rPr lang="en-US"/><a:t>Zwei</a:t></a:r><a:br>)"
+                    R"(<a:rPr lang="en-US"/></a:br><a:r><a:rPr lang="en-US"/><a:t>Drei</a:t>)"),
+        std::string::npos)
+        << slide1;
+}
+
+TEST_F(PptxDeckTest, DamagedFilesGiveOneLineAndWriteNothing) {
+    const std::string good = Path("good.pptx");
+    KitchenSink().Write(good);
+    const std::string bytes = test::ReadFileBytes(Utf8ToUtf16(good));
+
+    DeckWriter noPresentation = KitchenSink();
+    std::map<std::string, std::string> parts = noPresentation.Parts();
+    ZipPackage missing;
+    for (const auto& [name, part] : parts) {
+        if (name != "ppt/presentation.xml") missing.Put(name, part);
+    }
+    ASSERT_EQ(missing.Write(Path("missing.pptx")), "");
+    DeckWriter broken = KitchenSink();
+    broken.Part("ppt/slides/slide2.xml", "<p:sld><p:cSld><p:spTree></p:sld>");
+    broken.Write(Path("broken.pptx"));
+    std::ofstream(Path("text.pptx")) << "just some text, no zip";
+    std::ofstream(Path("truncated.pptx"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+    std::ofstream(Path("empty.pptx"), std::ios::binary);
+
+    const struct {
+        std::string file;
+        std::string error;  // what the one line says after the file's name
+    } cases[] = {
+        {"text.pptx", "not a zip package"},
+        {"empty.pptx", "not a zip package"},
+        {"truncated.pptx", "not a zip package"},
+        {"missing.pptx", "not a presentation: no presentation part"},
+        {"broken.pptx", "ppt/slides/slide2.xml: broken XML at byte"},
+    };
+    for (const auto& c : cases) {
+        std::string err;
+        EXPECT_EQ(RunCli("-q -o " + Path("out.pptx") + " " + Path(c.file), err), 3) << c.file;
+        EXPECT_EQ(err.rfind("qb-translate: " + c.file + ": " + c.error, 0), 0u) << err;
+        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+        EXPECT_FALSE(test::FileExists(Utf8ToUtf16(Path("out.pptx")))) << c.file;
+        EXPECT_FALSE(test::FileExists(Utf8ToUtf16(Path("out.pptx.tmp")))) << c.file;
+    }
+}
+
+TEST_F(PptxDeckTest, AHugePartIsRefusedBeforeItIsRead) {
+    DeckWriter w = KitchenSink();
+    w.Part("ppt/media/huge.bin", std::string(3u << 20, ' '));
+    w.Write(Path("huge.pptx"));
+    pptx::ZipLimits limits;
+    limits.maxPartBytes = 1u << 20;
+    std::string error;
+    EXPECT_FALSE(PptxDeck::Open(Path("huge.pptx"), error, limits));
+    EXPECT_EQ(error, "ppt/media/huge.bin: part too large (3145728 bytes, limit 1048576)");
+    limits.maxPartBytes = 4u << 20;
+    limits.maxTotalBytes = 2u << 20;
+    EXPECT_FALSE(PptxDeck::Open(Path("huge.pptx"), error, limits));
+    EXPECT_EQ(error.rfind("package too large", 0), 0u) << error;
+    EXPECT_TRUE(PptxDeck::Open(Path("huge.pptx"), error)) << error;
+}
+
+TEST_F(PptxDeckTest, APresentationOutputNeedsAPresentationInput) {
+    std::ofstream(Path("deck.json")) << R"({"slides": []})";
+    std::string err;
+    EXPECT_EQ(RunCli("-o " + Path("out.pptx") + " " + Path("deck.json"), err), 2);
+    EXPECT_EQ(err, "qb-translate: a .pptx output needs a .pptx input\n");
+}
+
+}  // namespace
+}  // namespace qb
