@@ -1,0 +1,187 @@
+// The front end over presentations other tools wrote (../shared/decks beside
+// the repository, never copied into it): every deck runs without a crash,
+// no text that had a letter comes back empty, the output reopens, and a
+// table tells how much of each deck's text the run reached.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "foundation/char_class.h"
+#include "foundation/text.h"
+#include "sim/pptx/pptx_deck.h"
+#include "support/temp_dir.h"
+
+namespace qb {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool HasLetter(std::u16string_view text) {
+    return std::any_of(text.begin(), text.end(), [](char16_t c) { return IsLetter(c); });
+}
+
+// What MANIFEST.tsv says a deck holds: slide text, and the text of charts,
+// SmartArt and notes, which its notes column counts.
+struct Inventory {
+    long slideChars = 0, chartChars = 0, smartArtChars = 0, notesChars = 0;
+};
+
+long NumberAfter(const std::string& text, const std::string& key) {
+    const auto at = text.find(key + "=");
+    return at == std::string::npos ? 0 : std::atol(text.c_str() + at + key.size() + 1);
+}
+
+std::map<std::string, Inventory> ReadManifest(const fs::path& path) {
+    std::map<std::string, Inventory> out;
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);  // the header
+    while (std::getline(in, line)) {
+        std::vector<std::string> fields;
+        std::stringstream s(line);
+        std::string field;
+        while (std::getline(s, field, '\t'))
+            fields.push_back(field);
+        if (fields.size() < 13) continue;
+        Inventory inv;
+        inv.slideChars = std::atol(fields[6].c_str());
+        inv.chartChars = NumberAfter(fields[12], "chart_chars");
+        inv.smartArtChars = NumberAfter(fields[12], "smartart_chars");
+        inv.notesChars = NumberAfter(fields[12], "notes_chars");
+        out[fs::path(fields[0]).filename().string()] = inv;
+    }
+    return out;
+}
+
+struct Row {
+    std::string deck;
+    int status = -1;
+    std::string outcome;
+    long frames = 0, lettered = 0, translated = 0, emptied = 0;
+    Inventory inventory;
+};
+
+int RunCli(const std::string& args, std::string& err, const std::string& errPath) {
+    const int raw = std::system(
+        (std::string(QB_CLI_PATH) + " " + args + " >/dev/null 2>'" + errPath + "' </dev/null")
+            .c_str());
+    std::ifstream in(errPath);
+    std::stringstream s;
+    s << in.rdbuf();
+    err = s.str();
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+}
+
+// Characters of text frames that hold a letter, and of those the run changed.
+void Count(const pptx::PptxDeck& before, const pptx::PptxDeck& after, Row& row) {
+    const auto was = before.Texts(), is = after.Texts();
+    row.frames = static_cast<long>(was.size());
+    if (was.size() != is.size()) {
+        row.outcome = "frames differ";
+        return;
+    }
+    for (std::size_t i = 0; i < was.size(); ++i) {
+        if (!HasLetter(was[i].text)) continue;
+        row.lettered += static_cast<long>(was[i].text.size());
+        if (is[i].text != was[i].text) row.translated += static_cast<long>(was[i].text.size());
+        if (!HasLetter(is[i].text)) {
+            ++row.emptied;
+            ADD_FAILURE() << row.deck << ": " << was[i].place << " lost its text: \""
+                          << Utf16ToUtf8(was[i].text) << "\" became \"" << Utf16ToUtf8(is[i].text)
+                          << "\"";
+        }
+    }
+}
+
+Row RunDeck(const fs::path& deck, const fs::path& work) {
+    Row row;
+    row.deck = deck.filename().string();
+    const fs::path out = work / ("out-" + row.deck);
+    std::string err;
+    row.status = RunCli("-q --to de -o '" + out.string() + "' '" + deck.string() + "'", err,
+                        (work / "stderr.txt").string());
+    std::string error;
+    const auto before = pptx::PptxDeck::Open(deck.string(), error);
+    if (row.status != 0) {
+        // A deck we can't read is turned away with one line and no output.
+        row.outcome = "refused: " + err.substr(0, err.find('\n'));
+        EXPECT_EQ(row.status, 3) << row.deck << ": " << err;
+        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << row.deck << ": " << err;
+        EXPECT_FALSE(fs::exists(out)) << row.deck;
+        EXPECT_FALSE(before) << row.deck << " opens here, yet the front end refused it";
+        return row;
+    }
+    EXPECT_TRUE(before) << row.deck << ": " << error;
+    const auto after = pptx::PptxDeck::Open(out.string(), error);
+    EXPECT_TRUE(after) << row.deck << ": the output doesn't reopen: " << error;
+    if (!before || !after) {
+        row.outcome = "output unreadable";
+        return row;
+    }
+    EXPECT_EQ(after->Model()->slides.size(), before->Model()->slides.size()) << row.deck;
+    row.outcome = "ok";
+    Count(*before, *after, row);
+    return row;
+}
+
+TEST(PptxDecks, EveryDeckRunsAndKeepsItsText) {
+    const fs::path root = fs::path(QB_SOURCE_DIR) / ".." / "shared" / "decks";
+    if (!fs::is_directory(root / "pptx")) {
+        GTEST_SKIP() << "no decks at " << root.string() << ": the suite needs ../shared/decks";
+    }
+    const auto manifest = ReadManifest(root / "MANIFEST.tsv");
+    std::vector<fs::path> decks;
+    for (const char* folder : {"pptx", "pptx-bad"}) {
+        if (!fs::is_directory(root / folder)) continue;
+        for (const auto& entry : fs::directory_iterator(root / folder)) {
+            if (entry.path().extension() == ".pptx") decks.push_back(entry.path());
+        }
+    }
+    std::sort(decks.begin(), decks.end());
+    ASSERT_FALSE(decks.empty());
+
+    test::TempDir dir;
+    std::vector<Row> rows;
+    for (const fs::path& deck : decks) {
+        Row row = RunDeck(deck, fs::path(dir.Path()));
+        const auto it = manifest.find(row.deck);
+        if (it != manifest.end()) row.inventory = it->second;
+        rows.push_back(row);
+    }
+
+    // Text reached per deck: characters of frames with a letter that the run
+    // translated, out of those it read; beside them what the manifest counts,
+    // charts and SmartArt included, which this host doesn't read yet.
+    std::printf("\n%-48s %-8s %6s %9s %9s %6s | %7s %7s %7s %7s\n", "deck", "outcome", "frames",
+                "lettered", "translatd", "share", "m.slide", "m.notes", "m.chart", "m.smart");
+    long lettered = 0, translated = 0;
+    for (const Row& r : rows) {
+        const std::string outcome = r.outcome.substr(0, 8);
+        char share[16] = "-";
+        if (r.lettered > 0) {
+            std::snprintf(share, sizeof share, "%5.1f%%", 100.0 * r.translated / r.lettered);
+        }
+        std::printf("%-48s %-8s %6ld %9ld %9ld %6s | %7ld %7ld %7ld %7ld\n", r.deck.c_str(),
+                    outcome.c_str(), r.frames, r.lettered, r.translated, share,
+                    r.inventory.slideChars, r.inventory.notesChars, r.inventory.chartChars,
+                    r.inventory.smartArtChars);
+        if (r.outcome.rfind("refused", 0) == 0) std::printf("    %s\n", r.outcome.c_str());
+        lettered += r.lettered;
+        translated += r.translated;
+    }
+    std::printf("%-48s %-8s %6s %9ld %9ld %5.1f%%\n", "all", "", "", lettered, translated,
+                lettered ? 100.0 * translated / lettered : 0.0);
+    EXPECT_GT(translated, 0) << "the run reached no text in any deck";
+}
+
+}  // namespace
+}  // namespace qb
