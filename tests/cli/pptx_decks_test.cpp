@@ -81,23 +81,48 @@ int RunCli(const std::string& args, std::string& err, const std::string& errPath
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
 
-// Characters of text frames that hold a letter, and of those the run changed.
+std::vector<std::u16string> Paragraphs(const std::u16string& text) {
+    std::vector<std::u16string> out(1);
+    for (char16_t c : text) {
+        if (c == u'\r') {
+            out.emplace_back();
+        } else {
+            out.back().push_back(c);
+        }
+    }
+    return out;
+}
+
+// Characters of paragraphs that hold a letter, and of those the run changed
+// (a frame whose paragraphs came or went counts as a whole). Text without a
+// letter, numbers and fields among it, must come back as it was.
 void Count(const pptx::PptxDeck& before, const pptx::PptxDeck& after, Row& row) {
     const auto was = before.Texts(), is = after.Texts();
     row.frames = static_cast<long>(was.size());
     if (was.size() != is.size()) {
         row.outcome = "frames differ";
+        ADD_FAILURE() << row.deck << ": " << was.size() << " frames became " << is.size();
         return;
     }
     for (std::size_t i = 0; i < was.size(); ++i) {
-        if (!HasLetter(was[i].text)) continue;
-        row.lettered += static_cast<long>(was[i].text.size());
-        if (is[i].text != was[i].text) row.translated += static_cast<long>(was[i].text.size());
+        if (!HasLetter(was[i].text)) {
+            EXPECT_EQ(Utf16ToUtf8(is[i].text), Utf16ToUtf8(was[i].text))
+                << row.deck << ": " << was[i].place << " has no letter to translate";
+            continue;
+        }
         if (!HasLetter(is[i].text)) {
             ++row.emptied;
             ADD_FAILURE() << row.deck << ": " << was[i].place << " lost its text: \""
                           << Utf16ToUtf8(was[i].text) << "\" became \"" << Utf16ToUtf8(is[i].text)
                           << "\"";
+        }
+        const auto from = Paragraphs(was[i].text), to = Paragraphs(is[i].text);
+        for (std::size_t k = 0; k < from.size(); ++k) {
+            if (!HasLetter(from[k])) continue;
+            row.lettered += static_cast<long>(from[k].size());
+            const bool changed =
+                from.size() == to.size() ? to[k] != from[k] : is[i].text != was[i].text;
+            if (changed) row.translated += static_cast<long>(from[k].size());
         }
     }
 }
