@@ -446,11 +446,29 @@ TEST_F(PptxDeckTest, AHugePartIsRefusedBeforeItIsRead) {
     EXPECT_TRUE(PptxDeck::Open(Path("huge.pptx"), error)) << error;
 }
 
-TEST_F(PptxDeckTest, APresentationOutputNeedsAPresentationInput) {
+TEST_F(PptxDeckTest, OptionsAPresentationCantTakeAreRefused) {
     std::ofstream(Path("deck.json")) << R"({"slides": []})";
+    KitchenSink().Write(Path("deck.pptx"));
+    const struct {
+        std::string args, error;
+    } cases[] = {
+        {"-o " + Path("out.pptx") + " " + Path("deck.json"), "a .pptx output needs a .pptx input"},
+        {"-o " + Path("out.txt") + " " + Path("deck.pptx"),
+         "the output of a .pptx input is a .pptx or a .json deck file"},
+        {"--bilingual -o " + Path("out.pptx") + " " + Path("deck.pptx"),
+         "--bilingual is not available for a .pptx yet"},
+    };
+    for (const auto& c : cases) {
+        std::string err;
+        EXPECT_EQ(RunCli(c.args, err), 2) << c.args;
+        EXPECT_EQ(err, "qb-translate: " + c.error + "\n");
+        EXPECT_FALSE(test::FileExists(Utf8ToUtf16(Path("out.pptx"))));
+    }
+    // Saved as a deck file instead, the model that was read can be looked at.
     std::string err;
-    EXPECT_EQ(RunCli("-o " + Path("out.pptx") + " " + Path("deck.json"), err), 2);
-    EXPECT_EQ(err, "qb-translate: a .pptx output needs a .pptx input\n");
+    ASSERT_EQ(RunCli("-q --to de -o " + Path("out.json") + " " + Path("deck.pptx"), err), 0) << err;
+    EXPECT_NE(test::ReadFileBytes(Utf8ToUtf16(Path("out.json"))).find("\"slides\""),
+              std::string::npos);
 }
 
 }  // namespace
