@@ -3,10 +3,10 @@
 #include <pugixml.hpp>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <functional>
 #include <map>
 #include <sstream>
 
@@ -21,6 +21,9 @@ using sim::ShapeType;
 namespace {
 
 constexpr float kEmuPerPoint = 12700.0f;
+// Groups are read by recursion; a file nesting them deeper is refused
+// rather than allowed to exhaust the stack.
+constexpr int kMaxGroupDepth = 64;
 
 // Element names without their prefix: files from other tools may bind the
 // drawing namespaces to other prefixes than the usual ones.
@@ -381,14 +384,12 @@ struct PptxDeck::State {
         return 0;
     }
 
-    // Relationship id -> target part, for one part; external targets left out.
-    std::map<std::string, std::string> Relationships(const std::string& part, bool required) {
+    // Relationship id -> target part, for one part; external targets left
+    // out. A part without relationships has none, which is no error in itself.
+    std::map<std::string, std::string> Relationships(const std::string& part) {
         std::map<std::string, std::string> out;
         const std::string rels = RelsPathOf(part);
-        if (!package.Find(rels)) {
-            if (required) error = rels + ": part missing";
-            return out;
-        }
+        if (!package.Find(rels)) return out;
         XmlPart* p = Part(rels);
         if (!p) return out;
         for (pugi::xml_node r : p->doc.document_element().children()) {
@@ -541,12 +542,16 @@ struct PptxDeck::State {
     }
 
     std::shared_ptr<ShapeModel> ReadShape(std::size_t part, pugi::xml_node node,
-                                          const std::string& where) {
+                                          const std::string& where, int depth) {
+        if (depth > kMaxGroupDepth) {
+            error = "groups nested deeper than " + std::to_string(kMaxGroupDepth);
+            return nullptr;
+        }
         if (Is(node, "AlternateContent")) {
             // The content for readers that know it; the fallback is left as it is.
             const pugi::xml_node choice = Child(node, "Choice");
             for (pugi::xml_node c : choice.children()) {
-                if (c.type() == pugi::node_element) return ReadShape(part, c, where);
+                if (c.type() == pugi::node_element) return ReadShape(part, c, where, depth + 1);
             }
             return nullptr;
         }
@@ -567,7 +572,10 @@ struct PptxDeck::State {
             ReadGeometry(Path(node, {"grpSpPr", "xfrm"}), *shape);
             const std::string inner = where + ", " + Utf16ToUtf8(shape->name);
             for (pugi::xml_node c : node.children()) {
-                if (auto child = ReadShape(part, c, inner)) shape->children.push_back(child);
+                if (auto child = ReadShape(part, c, inner, depth + 1)) {
+                    shape->children.push_back(child);
+                }
+                if (!error.empty()) return nullptr;
             }
         } else if (Is(node, "graphicFrame")) {
             ReadNames(Child(node, "nvGraphicFramePr"), *shape);
@@ -608,7 +616,8 @@ struct PptxDeck::State {
         }
         const std::size_t index = IndexOf(p);
         for (pugi::xml_node c : tree.children()) {
-            if (auto shape = ReadShape(index, c, where)) into.push_back(shape);
+            if (auto shape = ReadShape(index, c, where, 0)) into.push_back(shape);
+            if (!error.empty()) return false;
         }
         return true;
     }
@@ -638,7 +647,7 @@ struct PptxDeck::State {
             model->slideWidth = static_cast<float>(Attr(size, "cx").as_llong()) / kEmuPerPoint;
             model->slideHeight = static_cast<float>(Attr(size, "cy").as_llong()) / kEmuPerPoint;
         }
-        const auto rels = Relationships(main, false);
+        const auto rels = Relationships(main);
         if (!error.empty()) return false;
         std::int32_t number = 0;
         for (pugi::xml_node id : Child(root, "sldIdLst").children()) {

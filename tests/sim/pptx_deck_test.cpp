@@ -403,9 +403,20 @@ TEST_F(PptxDeckTest, DamagedFilesGiveOneLineAndWriteNothing) {
         if (name != "ppt/presentation.xml") missing.Put(name, part);
     }
     ASSERT_EQ(missing.Write(Path("missing.pptx")), "");
+    ZipPackage noSlide;
+    for (const auto& [name, part] : parts) {
+        if (name != "ppt/slides/slide2.xml") noSlide.Put(name, part);
+    }
+    ASSERT_EQ(noSlide.Write(Path("noslide.pptx")), "");
     DeckWriter broken = KitchenSink();
     broken.Part("ppt/slides/slide2.xml", "<p:sld><p:cSld><p:spTree></p:sld>");
     broken.Write(Path("broken.pptx"));
+    std::string nested = DeckWriter::Box(2, "Deep", DeckWriter::Para("Too deep"));
+    for (int i = 0; i < 200; ++i)
+        nested = Group(100 + i, "G", nested);
+    DeckWriter deep;
+    deep.Slide(nested);
+    deep.Write(Path("deep.pptx"));
     std::ofstream(Path("text.pptx")) << "just some text, no zip";
     std::ofstream(Path("truncated.pptx"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     std::ofstream(Path("empty.pptx"), std::ios::binary);
@@ -419,6 +430,8 @@ TEST_F(PptxDeckTest, DamagedFilesGiveOneLineAndWriteNothing) {
         {"truncated.pptx", "not a zip package"},
         {"missing.pptx", "not a presentation: no presentation part"},
         {"broken.pptx", "ppt/slides/slide2.xml: broken XML at byte"},
+        {"noslide.pptx", "ppt/slides/slide2.xml: part missing\n"},
+        {"deep.pptx", "groups nested deeper than 64\n"},
     };
     for (const auto& c : cases) {
         std::string err;
