@@ -18,6 +18,7 @@
 #include "foundation/char_class.h"
 #include "foundation/text.h"
 #include "sim/pptx/pptx_deck.h"
+#include "slides/engine_harness.h"
 #include "support/temp_dir.h"
 
 namespace qb {
@@ -81,18 +82,6 @@ int RunCli(const std::string& args, std::string& err, const std::string& errPath
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
 
-std::vector<std::u16string> Paragraphs(const std::u16string& text) {
-    std::vector<std::u16string> out(1);
-    for (char16_t c : text) {
-        if (c == u'\r') {
-            out.emplace_back();
-        } else {
-            out.back().push_back(c);
-        }
-    }
-    return out;
-}
-
 // Characters of paragraphs that hold a letter, and of those the run changed
 // (a frame whose paragraphs came or went counts as a whole). Text without a
 // letter, numbers and fields among it, must come back as it was.
@@ -116,7 +105,8 @@ void Count(const pptx::PptxDeck& before, const pptx::PptxDeck& after, Row& row) 
                           << Utf16ToUtf8(was[i].text) << "\" became \"" << Utf16ToUtf8(is[i].text)
                           << "\"";
         }
-        const auto from = Paragraphs(was[i].text), to = Paragraphs(is[i].text);
+        const auto from = test::SplitParagraphs(was[i].text),
+                   to = test::SplitParagraphs(is[i].text);
         for (std::size_t k = 0; k < from.size(); ++k) {
             if (!HasLetter(from[k])) continue;
             row.lettered += static_cast<long>(from[k].size());

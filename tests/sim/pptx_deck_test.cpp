@@ -211,6 +211,15 @@ class PptxDeckTest : public testing::Test {
         return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     }
 
+    // The kitchen-sink deck written and opened, failing the test otherwise.
+    std::unique_ptr<PptxDeck> OpenKitchenSink() {
+        KitchenSink().Write(Path("deck.pptx"));
+        std::string error;
+        auto deck = PptxDeck::Open(Path("deck.pptx"), error);
+        EXPECT_TRUE(deck) << error;
+        return deck;
+    }
+
     static std::u16string T(std::u16string_view text) {
         return NormalizeTranslation(sim::PseudoTranslate(text, u"de"));
     }
@@ -265,14 +274,12 @@ TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
 }
 
 TEST_F(PptxDeckTest, SavingWithoutChangesKeepsEveryPartByteForByte) {
-    const std::string path = Path("deck.pptx");
-    KitchenSink().Write(path);
+    const auto deck = OpenKitchenSink();
+    ASSERT_TRUE(deck);
     std::string error;
-    const auto deck = PptxDeck::Open(path, error);
-    ASSERT_TRUE(deck) << error;
     ASSERT_EQ(deck->Save(Path("same.pptx")), "");
     EXPECT_EQ(deck->FramesWritten(), 0u);
-    EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(path));
+    EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(Path("deck.pptx")));
 }
 
 TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
@@ -325,11 +332,9 @@ TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
 }
 
 TEST_F(PptxDeckTest, RunsTheEngineChangedAreWrittenWithTheirNewProperties) {
-    const std::string path = Path("deck.pptx");
-    KitchenSink().Write(path);
+    const auto deck = OpenKitchenSink();
+    ASSERT_TRUE(deck);
     std::string error;
-    const auto deck = PptxDeck::Open(path, error);
-    ASSERT_TRUE(deck) << error;
     // As the engine's target font and fit do: a new face and a smaller size
     // on the first paragraph, and the text replaced keeping its first format.
     auto& frame = deck->Model()->slides[0]->shapes[1]->frame;
@@ -362,11 +367,9 @@ TEST_F(PptxDeckTest, RunsTheEngineChangedAreWrittenWithTheirNewProperties) {
 }
 
 TEST_F(PptxDeckTest, ParagraphsThatComeAndGoTakeTheirNeighboursProperties) {
-    const std::string path = Path("deck.pptx");
-    KitchenSink().Write(path);
+    const auto deck = OpenKitchenSink();
+    ASSERT_TRUE(deck);
     std::string error;
-    const auto deck = PptxDeck::Open(path, error);
-    ASSERT_TRUE(deck) << error;
     auto& title = deck->Model()->slides[0]->shapes[0]->frame;
     const sim::CharFormat format = title.formats[0];
     title.text = u"Eins\rZwei\vDrei";
