@@ -146,8 +146,9 @@ std::int32_t ColorOf(pugi::xml_node rPr) {
     return static_cast<std::int32_t>(((v >> 16) & 0xFF) | (v & 0xFF00) | ((v & 0xFF) << 16));
 }
 
-CharFormat FormatOf(pugi::xml_node rPr) {
-    CharFormat f;
+// `base` holds what the paragraph inherits.
+CharFormat FormatOf(pugi::xml_node rPr, const CharFormat& base) {
+    CharFormat f = base;
     if (!rPr) return f;
     if (const auto sz = Attr(rPr, "sz")) f.size = static_cast<float>(sz.as_int(1800)) / 100.0f;
     if (const auto b = Attr(rPr, "b")) f.bold = IsTrueAttr(b) ? -1 : 0;
@@ -354,6 +355,87 @@ struct PptxDeck::State {
 
     pugi::xml_node Keep(pugi::xml_node node) { return node ? kept.append_copy(node) : node; }
 
+    // Where the page being read takes the text sizes it doesn't set itself:
+    // its layout's and master's placeholders and the master's text styles.
+    pugi::xml_node defaultTextStyle;
+    pugi::xml_node layoutTree, masterTree, masterStyles;
+    bool notesPage = false;
+
+    void SetPage(const std::string& pagePart, bool notes) {
+        notesPage = notes;
+        layoutTree = masterTree = masterStyles = pugi::xml_node();
+        auto tree = [this](const std::string& part) {
+            if (part.empty() || !package.Find(part)) return pugi::xml_node();
+            XmlPart* p = Part(part);
+            return p ? p->doc.document_element() : pugi::xml_node();
+        };
+        if (notes) {
+            const pugi::xml_node master = tree(TargetOfType(pagePart, "/notesMaster"));
+            masterTree = Path(master, {"cSld", "spTree"});
+            masterStyles = Child(master, "notesStyle");
+            return;
+        }
+        const std::string layout = TargetOfType(pagePart, "/slideLayout");
+        layoutTree = Path(tree(layout), {"cSld", "spTree"});
+        const pugi::xml_node master =
+            layout.empty() ? pugi::xml_node() : tree(TargetOfType(layout, "/slideMaster"));
+        masterTree = Path(master, {"cSld", "spTree"});
+        masterStyles = Child(master, "txStyles");
+    }
+
+    // The list styles a shape's text inherits, nearest first.
+    std::vector<pugi::xml_node> Inheritance(pugi::xml_node ph) const {
+        if (!ph) return {defaultTextStyle};
+        std::string type = Attr(ph, "type").value();
+        if (type.empty()) type = "obj";
+        const pugi::xml_attribute idx = Attr(ph, "idx");
+        const bool title = type == "title" || type == "ctrTitle";
+        const bool body = type == "body" || type == "obj" || type == "subTitle";
+        // A layout's placeholder answers by index, a master's by kind.
+        auto find = [&](pugi::xml_node tree, bool byIndex) {
+            for (pugi::xml_node sp : tree.children()) {
+                const pugi::xml_node other = Path(sp, {"nvSpPr", "nvPr", "ph"});
+                if (!Is(sp, "sp") || !other) continue;
+                std::string otherType = Attr(other, "type").value();
+                if (otherType.empty()) otherType = "obj";
+                const bool otherTitle = otherType == "title" || otherType == "ctrTitle";
+                const bool otherBody =
+                    otherType == "body" || otherType == "obj" || otherType == "subTitle";
+                if (byIndex && idx && Attr(other, "idx") &&
+                    std::strcmp(Attr(other, "idx").value(), idx.value()) == 0) {
+                    return Path(sp, {"txBody", "lstStyle"});
+                }
+                if ((!byIndex || !idx) &&
+                    (otherType == type || (title && otherTitle) || (body && otherBody))) {
+                    return Path(sp, {"txBody", "lstStyle"});
+                }
+            }
+            return pugi::xml_node();
+        };
+        std::vector<pugi::xml_node> chain;
+        for (pugi::xml_node n : {find(layoutTree, true), find(masterTree, false)}) {
+            if (n) chain.push_back(n);
+        }
+        if (notesPage) {
+            if (masterStyles) chain.push_back(masterStyles);
+        } else {
+            const char* style = title ? "titleStyle" : body ? "bodyStyle" : "otherStyle";
+            if (const pugi::xml_node n = Child(masterStyles, style)) chain.push_back(n);
+        }
+        chain.push_back(defaultTextStyle);
+        return chain;
+    }
+
+    // A paragraph level's size from the first list style that sets one.
+    static float InheritedSize(const std::vector<pugi::xml_node>& chain, int level) {
+        const std::string name = "lvl" + std::to_string(std::min(std::max(level, 1), 9)) + "pPr";
+        for (pugi::xml_node style : chain) {
+            const pugi::xml_attribute sz = Attr(Path(style, {name.c_str(), "defRPr"}), "sz");
+            if (sz && sz.as_int() > 0) return static_cast<float>(sz.as_int()) / 100.0f;
+        }
+        return CharFormat().size;
+    }
+
     // Parses a part once; null with `error` set when it is absent or broken.
     XmlPart* Part(const std::string& name) {
         for (XmlPart& p : parts) {
@@ -416,8 +498,9 @@ struct PptxDeck::State {
         return "";
     }
 
+    // `chain`: the list styles the frame inherits from, nearest first.
     void ReadFrame(std::size_t part, pugi::xml_node body, const std::shared_ptr<ShapeModel>& shape,
-                   const std::string& place) {
+                   const std::string& place, std::vector<pugi::xml_node> chain) {
         Frame frame;
         frame.part = part;
         frame.body = body;
@@ -449,28 +532,32 @@ struct PptxDeck::State {
         for (pugi::xml_node p : body.children()) {
             if (Is(p, "p")) frame.paragraphs.push_back(p);
         }
+        // The frame's own list styles come before what it inherits.
+        if (const pugi::xml_node own = Child(body, "lstStyle")) chain.insert(chain.begin(), own);
         for (std::size_t index = 0; index < frame.paragraphs.size(); ++index) {
             const pugi::xml_node p = frame.paragraphs[index];
+            CharFormat base;
+            base.size = InheritedSize(chain, Attr(Child(p, "pPr"), "lvl").as_int(0) + 1);
             for (pugi::xml_node c : p.children()) {
                 if (Is(c, "r") || Is(c, "fld")) {
                     const bool field = Is(c, "fld");
                     const pugi::xml_node rPr = Child(c, "rPr");
                     const std::u16string piece = Utf8ToUtf16(Child(c, "t").text().get());
-                    const CharFormat f =
-                        addSource({field ? Source::Kind::Field : Source::Kind::Run,
-                                   field ? Keep(c) : c, Keep(rPr), FormatOf(rPr), index, piece});
+                    const CharFormat f = addSource({field ? Source::Kind::Field : Source::Kind::Run,
+                                                    field ? Keep(c) : c, Keep(rPr),
+                                                    FormatOf(rPr, base), index, piece});
                     text += piece;
                     formats.insert(formats.end(), piece.size(), f);
                 } else if (Is(c, "br")) {
                     const pugi::xml_node rPr = Child(c, "rPr");
                     text += u'\v';
-                    formats.push_back(
-                        addSource({Source::Kind::Break, c, Keep(rPr), FormatOf(rPr), index, u""}));
+                    formats.push_back(addSource(
+                        {Source::Kind::Break, c, Keep(rPr), FormatOf(rPr, base), index, u""}));
                 }
             }
             const pugi::xml_node end = Child(p, "endParaRPr");
-            const CharFormat endFormat =
-                addSource({Source::Kind::ParagraphEnd, p, Keep(end), FormatOf(end), index, u""});
+            const CharFormat endFormat = addSource(
+                {Source::Kind::ParagraphEnd, p, Keep(end), FormatOf(end, base), index, u""});
             if (index + 1 < frame.paragraphs.size()) {
                 text += u'\r';
                 formats.push_back(endFormat);
@@ -529,9 +616,10 @@ struct PptxDeck::State {
                 if (static_cast<std::size_t>(c) < cells.size()) {
                     if (const pugi::xml_node body =
                             Child(cells[static_cast<std::size_t>(c)], "txBody")) {
-                        ReadFrame(part, body, cell,
-                                  place + ", cell " + std::to_string(r + 1) + "," +
-                                      std::to_string(c + 1));
+                        ReadFrame(
+                            part, body, cell,
+                            place + ", cell " + std::to_string(r + 1) + "," + std::to_string(c + 1),
+                            {defaultTextStyle});
                     }
                 }
                 table->cells.push_back(cell);
@@ -564,7 +652,8 @@ struct PptxDeck::State {
                                                                             : ShapeType::AutoShape;
             ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
             if (const pugi::xml_node body = Child(node, "txBody")) {
-                ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name));
+                ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name),
+                          Inheritance(Path(nv, {"nvPr", "ph"})));
             }
         } else if (Is(node, "grpSp")) {
             ReadNames(Child(node, "nvGrpSpPr"), *shape);
@@ -643,6 +732,7 @@ struct PptxDeck::State {
             error = main + ": not a presentation part";
             return false;
         }
+        defaultTextStyle = Child(root, "defaultTextStyle");
         if (const pugi::xml_node size = Child(root, "sldSz")) {
             model->slideWidth = static_cast<float>(Attr(size, "cx").as_llong()) / kEmuPerPoint;
             model->slideHeight = static_cast<float>(Attr(size, "cy").as_llong()) / kEmuPerPoint;
@@ -668,16 +758,19 @@ struct PptxDeck::State {
             slide->slideId = id.attribute("id").as_int();
             model->nextSlideId = std::max(model->nextSlideId, slide->slideId + 1);
             const std::string where = "slide " + std::to_string(number);
-            if (!ReadShapes(target->second, slide->shapes, where)) return false;
+            SetPage(target->second, false);
+            if (!error.empty() || !ReadShapes(target->second, slide->shapes, where)) return false;
             if (XmlPart* sp = Part(target->second)) {
                 slide->name =
                     Utf8ToUtf16(Attr(Child(sp->doc.document_element(), "cSld"), "name").value());
             }
             const std::string notes = TargetOfType(target->second, "/notesSlide");
             if (!error.empty()) return false;
-            if (!notes.empty() && package.Find(notes) &&
-                !ReadShapes(notes, slide->notesShapes, where + " notes")) {
-                return false;
+            if (!notes.empty() && package.Find(notes)) {
+                SetPage(notes, true);
+                if (!error.empty() || !ReadShapes(notes, slide->notesShapes, where + " notes")) {
+                    return false;
+                }
             }
             model->slides.push_back(slide);
         }

@@ -39,6 +39,15 @@ class DeckWriter {
         slides_.push_back({shapes, notes});
     }
     void Part(const std::string& name, const std::string& bytes) { extra_[name] = bytes; }
+    // Where text takes the sizes it doesn't set: the presentation's default
+    // style, and one layout and master with placeholders for every slide.
+    void DefaultTextStyle(const std::string& xml) { defaultTextStyle_ = xml; }
+    void LayoutAndMaster(const std::string& layoutShapes, const std::string& masterShapes,
+                         const std::string& txStyles) {
+        layout_ = layoutShapes;
+        master_ = masterShapes;
+        txStyles_ = txStyles;
+    }
 
     std::map<std::string, std::string> Parts() const {
         std::map<std::string, std::string> parts;
@@ -63,16 +72,25 @@ class DeckWriter {
                 "<p:sld" + kNs + R"(><p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)" +
                 "<p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>" + slides_[i].shapes +
                 "</p:spTree></p:cSld></p:sld>";
+            std::string slideRels;
+            if (!layout_.empty()) {
+                slideRels += R"(<Relationship Id="rId1" Type=")" + std::string(kRels) +
+                             R"(/slideLayout" Target="../slideLayouts/slideLayout1.xml"/>)";
+            }
+            if (!slides_[i].notes.empty()) {
+                slideRels += R"(<Relationship Id="rId2" Type=")" + std::string(kRels) +
+                             R"(/notesSlide" Target="../notesSlides/notesSlide)" + n + R"(.xml"/>)";
+            }
+            if (!slideRels.empty()) {
+                parts["ppt/slides/_rels/slide" + n + ".xml.rels"] =
+                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
+                    R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+                    slideRels + "</Relationships>";
+            }
             if (!slides_[i].notes.empty()) {
                 types +=
                     R"(<Override PartName="/ppt/notesSlides/notesSlide)" + n +
                     R"(.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.notesSlide+xml"/>)";
-                parts["ppt/slides/_rels/slide" + n + ".xml.rels"] =
-                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-                    R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
-                    R"(<Relationship Id="rId2" Type=")" + kRels +
-                    R"(/notesSlide" Target="../notesSlides/notesSlide)" + n + R"(.xml"/>)" +
-                    "</Relationships>";
                 parts["ppt/notesSlides/notesSlide" + n + ".xml"] =
                     std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
                     "<p:notes" + kNs +
@@ -92,7 +110,24 @@ class DeckWriter {
         parts["ppt/presentation.xml"] =
             std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
             "<p:presentation" + kNs + "><p:sldIdLst>" + ids +
-            R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/></p:presentation>)";
+            R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/>)" + defaultTextStyle_ +
+            "</p:presentation>";
+        if (!layout_.empty()) {
+            const std::string head = R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)";
+            const std::string tree = R"(<p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)"
+                                     "<p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>";
+            parts["ppt/slideLayouts/slideLayout1.xml"] = head + "<p:sldLayout" + kNs + ">" + tree +
+                                                         layout_ +
+                                                         "</p:spTree></p:cSld></p:sldLayout>";
+            parts["ppt/slideLayouts/_rels/slideLayout1.xml.rels"] =
+                head +
+                R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+                R"(<Relationship Id="rId1" Type=")" + kRels +
+                R"(/slideMaster" Target="../slideMasters/slideMaster1.xml"/></Relationships>)";
+            parts["ppt/slideMasters/slideMaster1.xml"] = head + "<p:sldMaster" + kNs + ">" + tree +
+                                                         master_ + "</p:spTree></p:cSld>" +
+                                                         txStyles_ + "</p:sldMaster>";
+        }
         parts["ppt/_rels/presentation.xml.rels"] =
             std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
             R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
@@ -127,6 +162,7 @@ class DeckWriter {
     };
     std::vector<SlideParts> slides_;
     std::map<std::string, std::string> extra_;
+    std::string defaultTextStyle_, layout_, master_, txStyles_;
 };
 
 std::string Group(int id, const std::string& name, const std::string& inner) {
@@ -271,6 +307,66 @@ TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
     EXPECT_EQ(mixed.formats[11].italic, -1);
     EXPECT_NE(mixed.formats[0], mixed.formats[11]);
     EXPECT_FLOAT_EQ(model.slides[0]->shapes[1]->width, 200.0f);
+}
+
+// A placeholder's text with a list style of one level's size.
+std::string Placeholder(int id, const std::string& ph, const std::string& lstStyle,
+                        const std::string& paragraphs) {
+    return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) +
+           R"(" name="P"/><p:cNvSpPr/><p:nvPr>)" + ph +
+           R"(</p:nvPr></p:nvSpPr><p:spPr/><p:txBody><a:bodyPr/>)" + lstStyle + paragraphs +
+           "</p:txBody></p:sp>";
+}
+
+std::string Level(int level, int sz) {
+    return "<a:lvl" + std::to_string(level) + "pPr><a:defRPr sz=\"" + std::to_string(sz) +
+           "\"/></a:lvl" + std::to_string(level) + "pPr>";
+}
+
+TEST_F(PptxDeckTest, SizesNotSetOnARunAreInherited) {
+    DeckWriter w;
+    w.DefaultTextStyle("<p:defaultTextStyle>" + Level(1, 2000) + "</p:defaultTextStyle>");
+    // The layout's body placeholder sets level 2; the master's title
+    // placeholder nothing; the master's styles set the title and body.
+    w.LayoutAndMaster(Placeholder(2, R"(<p:ph type="body" idx="1"/>)",
+                                  "<a:lstStyle>" + Level(2, 2600) + "</a:lstStyle>", ""),
+                      Placeholder(2, R"(<p:ph type="title"/>)", "<a:lstStyle/>", ""),
+                      "<p:txStyles><p:titleStyle>" + Level(1, 4400) +
+                          "</p:titleStyle><p:bodyStyle>" + Level(1, 3200) + Level(2, 2800) +
+                          "</p:bodyStyle><p:otherStyle/></p:txStyles>");
+    const std::string para2 = R"(<a:p><a:pPr lvl="1"/><a:r><a:t>Level two</a:t></a:r></a:p>)";
+    w.Slide(
+        DeckWriter::Box(2, "Plain", DeckWriter::Para("Plain box")) +
+        DeckWriter::Box(3, "Own", "<a:p><a:r><a:rPr sz=\"1100\"/><a:t>Own size</a:t></a:r></a:p>") +
+        Placeholder(4, R"(<p:ph type="ctrTitle"/>)", "<a:lstStyle/>", DeckWriter::Para("Title")) +
+        Placeholder(5, R"(<p:ph idx="1"/>)", "<a:lstStyle/>",
+                    DeckWriter::Para("Level one") + para2) +
+        Placeholder(6, R"(<p:ph idx="1"/>)", "<a:lstStyle>" + Level(1, 1500) + "</a:lstStyle>",
+                    DeckWriter::Para("Frame's own")));
+    w.Write(Path("styles.pptx"));
+    std::string error;
+    const auto deck = PptxDeck::Open(Path("styles.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    const auto& shapes = deck->Model()->slides[0]->shapes;
+    ASSERT_EQ(shapes.size(), 5u);
+    const struct {
+        std::size_t shape, at;
+        float size;
+    } cases[] = {
+        {0, 0, 20.0f},   // the presentation's default
+        {1, 0, 11.0f},   // the run's own
+        {2, 0, 44.0f},   // master title style, through layout and master placeholders
+        {3, 0, 32.0f},   // master body style level 1
+        {3, 10, 26.0f},  // the layout's placeholder before the master's level 2
+        {4, 0, 15.0f},   // the frame's own list style first
+    };
+    for (const auto& c : cases) {
+        EXPECT_FLOAT_EQ(shapes[c.shape]->frame.formats[c.at].size, c.size)
+            << "shape " << c.shape + 1 << " at " << c.at;
+    }
+    // What a run doesn't change isn't written: no size lands on a run that had none.
+    ASSERT_EQ(deck->Save(Path("same.pptx")), "");
+    EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(Path("styles.pptx")));
 }
 
 TEST_F(PptxDeckTest, SavingWithoutChangesKeepsEveryPartByteForByte) {
