@@ -383,8 +383,9 @@ struct PptxDeck::State {
         masterStyles = Child(master, "txStyles");
     }
 
-    // The list styles a shape's text inherits, nearest first.
-    std::vector<pugi::xml_node> Inheritance(pugi::xml_node ph) const {
+    // The list styles a shape's text inherits, nearest first; `xfrm` is set
+    // to the position the shape inherits, when it has none of its own.
+    std::vector<pugi::xml_node> Inheritance(pugi::xml_node ph, pugi::xml_node& xfrm) const {
         if (!ph) return {defaultTextStyle};
         std::string type = Attr(ph, "type").value();
         if (type.empty()) type = "obj";
@@ -403,18 +404,21 @@ struct PptxDeck::State {
                     otherType == "body" || otherType == "obj" || otherType == "subTitle";
                 if (byIndex && idx && Attr(other, "idx") &&
                     std::strcmp(Attr(other, "idx").value(), idx.value()) == 0) {
-                    return Path(sp, {"txBody", "lstStyle"});
+                    return sp;
                 }
                 if ((!byIndex || !idx) &&
                     (otherType == type || (title && otherTitle) || (body && otherBody))) {
-                    return Path(sp, {"txBody", "lstStyle"});
+                    return sp;
                 }
             }
             return pugi::xml_node();
         };
         std::vector<pugi::xml_node> chain;
-        for (pugi::xml_node n : {find(layoutTree, true), find(masterTree, false)}) {
-            if (n) chain.push_back(n);
+        for (pugi::xml_node sp : {find(layoutTree, true), find(masterTree, false)}) {
+            if (const pugi::xml_node style = Path(sp, {"txBody", "lstStyle"})) {
+                chain.push_back(style);
+            }
+            if (!xfrm) xfrm = Path(sp, {"spPr", "xfrm"});
         }
         if (notesPage) {
             if (masterStyles) chain.push_back(masterStyles);
@@ -650,10 +654,11 @@ struct PptxDeck::State {
             shape->type = Path(nv, {"nvPr", "ph"})                          ? ShapeType::Placeholder
                           : IsTrueAttr(Attr(Child(nv, "cNvSpPr"), "txBox")) ? ShapeType::TextBox
                                                                             : ShapeType::AutoShape;
-            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+            pugi::xml_node xfrm = Path(node, {"spPr", "xfrm"});
+            const auto chain = Inheritance(Path(nv, {"nvPr", "ph"}), xfrm);
+            ReadGeometry(xfrm, *shape);
             if (const pugi::xml_node body = Child(node, "txBody")) {
-                ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name),
-                          Inheritance(Path(nv, {"nvPr", "ph"})));
+                ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name), chain);
             }
         } else if (Is(node, "grpSp")) {
             ReadNames(Child(node, "nvGrpSpPr"), *shape);

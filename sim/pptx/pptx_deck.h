@@ -4,8 +4,8 @@
 // changed is written back into its XML at paragraph and run level. Parts
 // that hold no changed frame are written back with their original bytes.
 //
-// Not yet read: charts, SmartArt, inherited faces, colours and geometry
-// (inherited sizes are), shape geometry changes.
+// Not yet read: charts, SmartArt, inherited faces and colours (inherited
+// sizes and placeholder positions are); shape geometry changes aren't written.
 #pragma once
 
 #include <memory>

@@ -311,11 +311,10 @@ TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
 
 // A placeholder's text with a list style of one level's size.
 std::string Placeholder(int id, const std::string& ph, const std::string& lstStyle,
-                        const std::string& paragraphs) {
+                        const std::string& paragraphs, const std::string& xfrm = "") {
     return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) +
-           R"(" name="P"/><p:cNvSpPr/><p:nvPr>)" + ph +
-           R"(</p:nvPr></p:nvSpPr><p:spPr/><p:txBody><a:bodyPr/>)" + lstStyle + paragraphs +
-           "</p:txBody></p:sp>";
+           R"(" name="P"/><p:cNvSpPr/><p:nvPr>)" + ph + R"(</p:nvPr></p:nvSpPr><p:spPr>)" + xfrm +
+           R"(</p:spPr><p:txBody><a:bodyPr/>)" + lstStyle + paragraphs + "</p:txBody></p:sp>";
 }
 
 std::string Level(int level, int sz) {
@@ -323,17 +322,19 @@ std::string Level(int level, int sz) {
            "\"/></a:lvl" + std::to_string(level) + "pPr>";
 }
 
-TEST_F(PptxDeckTest, SizesNotSetOnARunAreInherited) {
+TEST_F(PptxDeckTest, SizesAndPositionsNotSetOnAShapeAreInherited) {
     DeckWriter w;
     w.DefaultTextStyle("<p:defaultTextStyle>" + Level(1, 2000) + "</p:defaultTextStyle>");
     // The layout's body placeholder sets level 2; the master's title
     // placeholder nothing; the master's styles set the title and body.
-    w.LayoutAndMaster(Placeholder(2, R"(<p:ph type="body" idx="1"/>)",
-                                  "<a:lstStyle>" + Level(2, 2600) + "</a:lstStyle>", ""),
-                      Placeholder(2, R"(<p:ph type="title"/>)", "<a:lstStyle/>", ""),
-                      "<p:txStyles><p:titleStyle>" + Level(1, 4400) +
-                          "</p:titleStyle><p:bodyStyle>" + Level(1, 3200) + Level(2, 2800) +
-                          "</p:bodyStyle><p:otherStyle/></p:txStyles>");
+    w.LayoutAndMaster(
+        Placeholder(2, R"(<p:ph type="body" idx="1"/>)",
+                    "<a:lstStyle>" + Level(2, 2600) + "</a:lstStyle>", ""),
+        Placeholder(
+            2, R"(<p:ph type="title"/>)", "<a:lstStyle/>", "",
+            R"(<a:xfrm><a:off x="254000" y="127000"/><a:ext cx="7620000" cy="1270000"/></a:xfrm>)"),
+        "<p:txStyles><p:titleStyle>" + Level(1, 4400) + "</p:titleStyle><p:bodyStyle>" +
+            Level(1, 3200) + Level(2, 2800) + "</p:bodyStyle><p:otherStyle/></p:txStyles>");
     const std::string para2 = R"(<a:p><a:pPr lvl="1"/><a:r><a:t>Level two</a:t></a:r></a:p>)";
     w.Slide(
         DeckWriter::Box(2, "Plain", DeckWriter::Para("Plain box")) +
@@ -364,6 +365,10 @@ TEST_F(PptxDeckTest, SizesNotSetOnARunAreInherited) {
         EXPECT_FLOAT_EQ(shapes[c.shape]->frame.formats[c.at].size, c.size)
             << "shape " << c.shape + 1 << " at " << c.at;
     }
+    // A placeholder without a position of its own stands where its master's does.
+    EXPECT_FLOAT_EQ(shapes[2]->left, 20.0f);
+    EXPECT_FLOAT_EQ(shapes[2]->width, 600.0f);
+    EXPECT_FLOAT_EQ(shapes[3]->width, 0.0f) << "no placeholder it inherits from has a position";
     // What a run doesn't change isn't written: no size lands on a run that had none.
     ASSERT_EQ(deck->Save(Path("same.pptx")), "");
     EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(Path("styles.pptx")));
