@@ -132,6 +132,14 @@ struct Frame {
     std::vector<Source> sources;  // CharFormat::source - 1
 };
 
+// A shape whose position the file gives on the slide itself, as read.
+struct Placed {
+    std::size_t part;
+    pugi::xml_node xfrm;
+    std::shared_ptr<ShapeModel> shape;
+    float left, top, width, height;
+};
+
 struct XmlPart {
     std::string name;
     pugi::xml_document doc;
@@ -346,6 +354,7 @@ struct PptxDeck::State {
     ZipPackage package;
     std::deque<XmlPart> parts;
     std::vector<Frame> frames;
+    std::vector<Placed> placed;
     std::shared_ptr<sim::PresentationModel> model;
     std::size_t framesWritten = 0;
     std::string error;
@@ -655,8 +664,15 @@ struct PptxDeck::State {
                           : IsTrueAttr(Attr(Child(nv, "cNvSpPr"), "txBox")) ? ShapeType::TextBox
                                                                             : ShapeType::AutoShape;
             pugi::xml_node xfrm = Path(node, {"spPr", "xfrm"});
+            // Only a top-level shape's own position is in slide coordinates;
+            // inside a group it is in the group's, which may be scaled.
+            if (xfrm && depth == 0) placed.push_back({part, xfrm, shape, 0, 0, 0, 0});
             const auto chain = Inheritance(Path(nv, {"nvPr", "ph"}), xfrm);
             ReadGeometry(xfrm, *shape);
+            if (!placed.empty() && placed.back().shape == shape) {
+                placed.back().left = shape->left, placed.back().top = shape->top;
+                placed.back().width = shape->width, placed.back().height = shape->height;
+            }
             if (const pugi::xml_node body = Child(node, "txBody")) {
                 ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name), chain);
             }
@@ -890,6 +906,24 @@ std::string PptxDeck::Save(const std::string& path) {
             s.parts[frame.part].dirty = true;
             ++s.framesWritten;
         }
+    }
+    for (Placed& p : s.placed) {
+        const ShapeModel& shape = *p.shape;
+        if (shape.left == p.left && shape.top == p.top && shape.width == p.width &&
+            shape.height == p.height) {
+            continue;
+        }
+        const auto emu = [](float points) {
+            return std::to_string(static_cast<long long>(points * kEmuPerPoint + 0.5f));
+        };
+        pugi::xml_node off = Child(p.xfrm, "off"), ext = Child(p.xfrm, "ext");
+        if (!off || !ext) continue;
+        SetAttr(off, "x", emu(shape.left));
+        SetAttr(off, "y", emu(shape.top));
+        SetAttr(ext, "cx", emu(shape.width));
+        SetAttr(ext, "cy", emu(shape.height));
+        p.left = shape.left, p.top = shape.top, p.width = shape.width, p.height = shape.height;
+        s.parts[p.part].dirty = true;
     }
     for (XmlPart& part : s.parts) {
         if (!part.dirty) continue;

@@ -5,7 +5,8 @@
 // that hold no changed frame are written back with their original bytes.
 //
 // Not yet read: charts, SmartArt, inherited faces and colours (inherited
-// sizes and placeholder positions are); shape geometry changes aren't written.
+// sizes and placeholder positions are); the geometry of shapes in groups or
+// without a position of their own isn't written.
 #pragma once
 
 #include <memory>

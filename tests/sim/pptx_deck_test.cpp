@@ -471,6 +471,8 @@ TEST_F(PptxDeckTest, ParagraphsThatComeAndGoTakeTheirNeighboursProperties) {
     const auto deck = OpenKitchenSink();
     ASSERT_TRUE(deck);
     std::string error;
+    deck->Model()->slides[0]->shapes[0]->width = 300.0f;
+    deck->Model()->slides[0]->shapes[0]->left = 5.5f;
     auto& title = deck->Model()->slides[0]->shapes[0]->frame;
     const sim::CharFormat format = title.formats[0];
     title.text = u"Eins\rZwei\vDrei";
@@ -486,6 +488,10 @@ TEST_F(PptxDeckTest, ParagraphsThatComeAndGoTakeTheirNeighboursProperties) {
     EXPECT_EQ(texts.at("slide 1, Title"), u"Eins\rZwei\vDrei");
     EXPECT_EQ(texts.at("slide 1, Mixed"), u"Sales grew quickly");
     EXPECT_EQ(reopened->Model()->slides[0]->shapes[1]->frame.formats[0].bold, -1);
+    // A box the fit widened and moved is written where it now stands.
+    EXPECT_FLOAT_EQ(reopened->Model()->slides[0]->shapes[0]->width, 300.0f);
+    EXPECT_FLOAT_EQ(reopened->Model()->slides[0]->shapes[0]->left, 5.5f);
+    EXPECT_FLOAT_EQ(reopened->Model()->slides[0]->shapes[1]->width, 200.0f);
     const std::string slide1 = PartsOf(Path("out.pptx")).at("ppt/slides/slide1.xml");
     EXPECT_NE(
         slide1.find(R"(<a:p><a:r><a:rPr lang="en-US"/><a:t>Eins</a:t></a:r></a:p>)"
