@@ -244,7 +244,8 @@ std::string XmlText(std::u16string_view text) {
     return Utf16ToUtf8(kept);
 }
 
-// Properties for a new element from a source's, renamed to `name`.
+// A new run or break takes a copy of its source's properties (a paragraph
+// end's renamed to a run's), with what the run changed set on it.
 void CopyProperties(pugi::xml_node into, const Source* source, const CharFormat& now,
                     const std::string& prefix) {
     const CharFormat base = source ? source->loaded : CharFormat();
