@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <map>
 #include <sstream>
 
@@ -795,6 +796,18 @@ struct PptxDeck::State {
                 }
             }
             model->slides.push_back(slide);
+        }
+        // New shapes take ids above every id the file holds.
+        std::function<void(const std::vector<std::shared_ptr<ShapeModel>>&)> ids =
+            [&](const std::vector<std::shared_ptr<ShapeModel>>& shapes) {
+                for (const auto& shape : shapes) {
+                    model->nextShapeId = std::max(model->nextShapeId, shape->id + 1);
+                    ids(shape->children);
+                }
+            };
+        for (const auto& slide : model->slides) {
+            ids(slide->shapes);
+            ids(slide->notesShapes);
         }
         return true;
     }
