@@ -218,6 +218,11 @@ int Run(const Options& o) {
     if (o.scope == Scope::Selection) {
         const std::string error = ApplySelection(o.selection, host, *deck);
         if (!error.empty()) return Fail(kExitInput, error);
+        // Shapes or text are selected on the slide the window shows, as in
+        // a host; otherwise the run writes into the shown slide's shapes.
+        const bool onOneSlide = o.selection.kind == SelectionSpec::Kind::Shapes ||
+                                o.selection.kind == SelectionSpec::Kind::Text;
+        if (onOneSlide && o.slide == 0) host.App().windows[0]->currentSlide = o.selection.slide;
     }
 
     Terms terms;

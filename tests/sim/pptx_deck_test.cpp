@@ -15,6 +15,7 @@
 #include <string>
 
 #include "foundation/text.h"
+#include "sim/host/deck_file.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
 #include "support/temp_dir.h"
@@ -433,6 +434,33 @@ TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
     }
 }
 
+TEST_F(PptxDeckTest, ShapesSelectedOnAnotherSlideThanTheFirstAreTranslated) {
+    // Shape ids are unique only within a slide, so the selected shape's id
+    // is also on the first slide.
+    DeckWriter w;
+    w.Slide(DeckWriter::Box(2, "A", DeckWriter::Para("Alpha")) +
+            DeckWriter::Box(3, "B", DeckWriter::Para("Beta")));
+    w.Slide(DeckWriter::Box(3, "C", DeckWriter::Para("Gamma")) +
+            DeckWriter::Box(4, "D", DeckWriter::Para("Delta")));
+    w.Write(Path("deck.pptx"));
+    std::string err;
+    ASSERT_EQ(
+        RunCli("-q --to de --select shapes:2:1 -o " + Path("out.pptx") + " " + Path("deck.pptx"),
+               err),
+        0)
+        << err;
+    std::string error;
+    const auto out = PptxDeck::Open(Path("out.pptx"), error);
+    ASSERT_TRUE(out) << error;
+    const std::map<std::string, std::u16string> expected = {
+        {"slide 1, A", u"Alpha"},
+        {"slide 1, B", u"Beta"},
+        {"slide 2, C", T(u"Gamma")},
+        {"slide 2, D", u"Delta"},
+    };
+    EXPECT_EQ(TextsByPlace(*out), expected);
+}
+
 TEST_F(PptxDeckTest, RunsTheEngineChangedAreWrittenWithTheirNewProperties) {
     const auto deck = OpenKitchenSink();
     ASSERT_TRUE(deck);
@@ -629,11 +657,14 @@ TEST_F(PptxDeckTest, OptionsAPresentationCantTakeAreRefused) {
         EXPECT_EQ(err, "qb-translate: " + c.error + "\n");
         EXPECT_FALSE(test::FileExists(Utf8ToUtf16(Path("out.pptx"))));
     }
-    // Saved as a deck file instead, the model that was read can be looked at.
+    // Saved as a deck file instead, the model that was read can be looked at,
+    // and read again as a deck file.
     std::string err;
     ASSERT_EQ(RunCli("-q --to de -o " + Path("out.json") + " " + Path("deck.pptx"), err), 0) << err;
-    EXPECT_NE(test::ReadFileBytes(Utf8ToUtf16(Path("out.json"))).find("\"slides\""),
-              std::string::npos);
+    const sim::DeckLoadResult saved = sim::LoadDeckFile(Utf8ToUtf16(Path("out.json")));
+    ASSERT_EQ(saved.error, "");
+    ASSERT_EQ(saved.deck->slides.size(), 3u);
+    EXPECT_EQ(saved.deck->slides[0]->shapes[0]->frame.text, T(u"Quarterly report"));
 }
 
 }  // namespace
