@@ -179,6 +179,7 @@ TEST(PptxDecks, EveryDeckRunsAndKeepsItsText) {
     std::printf("\n%-48s %-8s %6s %9s %9s %6s | %7s %7s %7s %7s\n", "deck", "outcome", "frames",
                 "lettered", "translatd", "share", "m.slide", "m.notes", "m.chart", "m.smart");
     long lettered = 0, translated = 0;
+    Inventory all;
     for (const Row& r : rows) {
         const std::string outcome = r.outcome.substr(0, 8);
         char share[16] = "-";
@@ -192,9 +193,15 @@ TEST(PptxDecks, EveryDeckRunsAndKeepsItsText) {
         if (r.outcome.rfind("refused", 0) == 0) std::printf("    %s\n", r.outcome.c_str());
         lettered += r.lettered;
         translated += r.translated;
+        all.slideChars += r.inventory.slideChars;
+        all.notesChars += r.inventory.notesChars;
+        all.chartChars += r.inventory.chartChars;
+        all.smartArtChars += r.inventory.smartArtChars;
     }
-    std::printf("%-48s %-8s %6s %9ld %9ld %5.1f%%\n", "all", "", "", lettered, translated,
-                lettered ? 100.0 * translated / lettered : 0.0);
+    std::printf("%-48s %-8s %6s %9ld %9ld %5.1f%% | %7ld %7ld %7ld %7ld\n", "all", "", "", lettered,
+                translated, lettered ? 100.0 * translated / lettered : 0.0, all.slideChars,
+                all.notesChars, all.chartChars, all.smartArtChars);
+    std::printf("(chart and SmartArt text, the last two columns, is not read yet)\n");
     EXPECT_GT(translated, 0) << "the run reached no text in any deck";
 }
 
