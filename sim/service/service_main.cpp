@@ -14,8 +14,9 @@ namespace {
 
 void Usage() {
     std::fprintf(stderr,
-                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N]\n"
+                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--panel DIR]\n"
                  "  --port 0 (the default) takes a free port.\n"
+                 "  --panel DIR serves the web panel's pages from DIR under /panel.\n"
                  "  A text holding @fault:NAME fails its request: 401, 402, 500, 429 (any\n"
                  "  status), count, placeholders, late, never, drop.\n");
 }
@@ -32,6 +33,8 @@ int main(int argc, char** argv) {
             port = std::atoi(argv[++i]);
         } else if (arg == "--token" && hasValue) {
             options.token = argv[++i];
+        } else if (arg == "--panel" && hasValue) {
+            options.panelFolder = argv[++i];
         } else if (arg == "--late-ms" && hasValue) {
             options.lateMs = static_cast<std::uint32_t>(std::strtoul(argv[++i], nullptr, 10));
         } else {

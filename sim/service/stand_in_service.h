@@ -70,6 +70,9 @@ class StandInService {
     struct Options {
         std::string token = "stand-in-token";
         std::uint32_t lateMs = 1500;  // how late "late" is
+        // Non-empty: the web panel's pages are served from this folder under
+        // /panel, with the stand-in sign-in they use (/v1/auth/signin).
+        std::string panelFolder;
     };
 
     StandInService();
