@@ -125,4 +125,5 @@
   Panel.frame();
   const setUp = pages[document.body.dataset.page];
   if (setUp) setUp();
+  document.body.dataset.ready = 'yes'; // the page answers from here on
 })();

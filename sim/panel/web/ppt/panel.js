@@ -132,7 +132,7 @@ const Panel = (function () {
     translate_failed: 'The translation service could not translate this presentation.',
     batch_size_mismatch: 'The translation service gave back an incomplete answer.',
     collect_failed: 'There is nothing to translate here. Select some text, or choose another scope.',
-    terminology_resolve_failed: 'Your glossary or instruction could not be loaded.',
+    terminology_resolve_failed: 'The translation service could not load your glossary or instruction.',
     bilingual_copy_failed: 'The bilingual copy of the slides could not be made.',
     webview_unavailable: 'The panel has lost its connection to the presentation. Close the panel and open it again.',
     webview_navigating: 'The panel was reloaded while translating.',

@@ -311,6 +311,7 @@
       note('serviceFailed', { requestId: m.requestId, code: answer.code, message: answer.message });
     }
     Panel.post(Object.assign({ action: 'translateBatchResult', requestId: m.requestId }, answer));
+    note('translateBatchResult', { requestId: m.requestId, ok: answer.ok });
   }
 
   async function resolveTerminology(m) {
@@ -324,6 +325,7 @@
     const answer = reply.status === 200 && reply.data && typeof reply.data === 'object'
       ? { ok: true, result: reply.data }
       : failure(reply, true);
+    if (!answer.ok) note('serviceFailed', { requestId: m.requestId, code: answer.code, message: answer.message });
     Panel.post(Object.assign({ action: 'terminologyResolveResult', requestId: m.requestId }, answer));
   }
 
@@ -332,4 +334,5 @@
   buttons();
   Panel.post({ action: 'getFontList' });
   clientContext();
+  document.body.dataset.ready = 'yes'; // the page answers from here on
 })();
