@@ -261,8 +261,8 @@ class Bridge {
     // What the page and its frame report, in the order they happened: the
     // page's messages, loads, failed loads and the page leaving.
     void Inbound(const httplib::Request& req, httplib::Response& res) {
-        std::string unused;
-        if (!view_.EventsAfter(Number(req, "client"), ~std::uint64_t{0}, 0, unused)) {
+        // A window that another one replaced reports nothing any more.
+        if (!view_.IsAttached(Number(req, "client"))) {
             return Json(res, 409, "{\"detached\":true}");
         }
         const std::optional<JsonValue> body = Body(req, res);

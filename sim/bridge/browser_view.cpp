@@ -1,6 +1,7 @@
 // The browser view.
 #include "sim/bridge/browser_view.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -44,25 +45,6 @@ HRESULT BrowserView::CloseView() {
     return S_OK;
 }
 
-bool BrowserView::PostJob(std::function<void()> job) {
-    {
-        std::lock_guard<std::mutex> hold(jobsLock_);
-        if (destroyed_) return false;
-        jobs_.push_back(std::move(job));
-    }
-    jobsPosted_.notify_all();
-    return true;
-}
-
-bool BrowserView::SetTimer(PaneTimer timer, std::uint32_t periodMs) {
-    timers_[timer] = Timer{periodMs, Now() + periodMs};
-    return true;
-}
-
-void BrowserView::KillTimer(PaneTimer timer) {
-    timers_.erase(timer);
-}
-
 void BrowserView::ShowMessageBox(const std::u16string& text, const std::u16string& title,
                                  std::uint32_t) {
     std::fprintf(stderr, "qb-panel: %s: %s\n", Utf16ToUtf8(title).c_str(),
@@ -97,53 +79,12 @@ PumpResult BrowserView::PumpMessages(std::uint32_t waitMs) {
     return PumpResult::Pumped;
 }
 
-std::size_t BrowserView::RunPendingJobs() {
-    std::size_t ran = 0;
-    for (;;) {
-        std::function<void()> job;
-        {
-            std::lock_guard<std::mutex> hold(jobsLock_);
-            if (jobs_.empty()) return ran;
-            job = std::move(jobs_.front());
-            jobs_.pop_front();
-        }
-        job();
-        ++ran;
-    }
-}
-
-std::size_t BrowserView::FireDueTimers() {
-    std::size_t fired = 0;
-    for (PaneTimer id : {PaneTimer::PaneTick, PaneTimer::DeferredStart, PaneTimer::RunTick}) {
-        const auto found = timers_.find(id);
-        if (found == timers_.end() || found->second.due > Now()) continue;
-        found->second.due = Now() + found->second.period;
-        ++fired;
-        if (timerSink_) timerSink_(id);
-    }
-    return fired;
-}
-
 void BrowserView::WaitForWork(std::uint32_t maxMs) {
     std::uint64_t wait = maxMs;
     const std::uint64_t now = Now();
-    for (const auto& entry : timers_) {
-        const std::uint64_t due = entry.second.due;
-        wait = std::min<std::uint64_t>(wait, due > now ? due - now : 0);
-    }
-    std::unique_lock<std::mutex> hold(jobsLock_);
-    jobsPosted_.wait_for(hold, std::chrono::milliseconds(wait),
-                         [this] { return !jobs_.empty() || destroyed_; });
-}
-
-void BrowserView::DestroyWindow() {
-    {
-        std::lock_guard<std::mutex> hold(jobsLock_);
-        destroyed_ = true;
-        jobs_.clear();
-    }
-    jobsPosted_.notify_all();
-    timers_.clear();
+    const std::uint64_t due = NextTimerDue();
+    if (due != 0) wait = std::min<std::uint64_t>(wait, due > now ? due - now : 0);
+    (void)WaitForJob(static_cast<std::uint32_t>(wait));
 }
 
 void BrowserView::PushEvent(const std::string& kind, const std::string& members) {
@@ -163,6 +104,11 @@ std::uint64_t BrowserView::Attach(std::uint64_t& lastSeq) {
     ++client_;
     eventsAdded_.notify_all();  // the one before sees it is detached
     return client_;
+}
+
+bool BrowserView::IsAttached(std::uint64_t client) {
+    std::lock_guard<std::mutex> hold(eventsLock_);
+    return client == client_;
 }
 
 bool BrowserView::EventsAfter(std::uint64_t client, std::uint64_t after, std::uint32_t waitMs,

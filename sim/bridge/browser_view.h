@@ -2,34 +2,30 @@
 // does to its view (navigate, run a script, post a message) becomes a
 // numbered event that the browser fetches, and what the browser reports
 // (the page's messages, loads) comes back as jobs of the host's thread.
-// Jobs and timers run on the thread that calls RunPendingJobs and
-// FireDueTimers, the program's host thread, in real time.
+// The job queue and the timers are the recording view's; here they run on
+// the program's host thread in real time.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "pane/pane_view.h"
+#include "sim/panel/recording_view.h"
 
 namespace qb::sim {
 
-class BrowserView : public PaneView {
+class BrowserView : public RecordingView {
   public:
-    // --- The seam; host's thread unless the seam says otherwise ----------
+    // --- The seam's view half; host's thread -----------------------------
     void Navigate(const std::u16string& url) override;
     void ExecuteScript(const std::u16string& script) override;
     void PostWebMessageAsJson(const std::u16string& json) override;
     bool ReadSource(std::u16string& url) override;
     HRESULT CloseView() override;
-    bool PostJob(std::function<void()> job) override;
-    bool SetTimer(PaneTimer timer, std::uint32_t periodMs) override;
-    void KillTimer(PaneTimer timer) override;
     void ShowMessageBox(const std::u16string& text, const std::u16string& title,
                         std::uint32_t flags) override;
     bool SetClipboardText(const std::u16string& text) override;
@@ -37,17 +33,12 @@ class BrowserView : public PaneView {
     PumpResult PumpMessages(std::uint32_t waitMs) override;
 
     // --- The host's thread -----------------------------------------------
-    void SetTimerSink(std::function<void(PaneTimer)> sink) { timerSink_ = std::move(sink); }
     // Called as the pane navigates, before the browser hears of it.
     void SetNavigationSink(std::function<void()> sink) { navigationSink_ = std::move(sink); }
-    std::size_t RunPendingJobs();
-    std::size_t FireDueTimers();
     // Sleeps until a job is posted, the next timer is due or `maxMs` pass.
     void WaitForWork(std::uint32_t maxMs);
     // What the browser says its page is, after a load.
     void SetSource(std::u16string url) { source_ = std::move(url); }
-    // No more jobs: queued ones are dropped, later ones refused.
-    void DestroyWindow();
 
     // --- The browser's side; any thread ----------------------------------
     // Adds an event of the program's own (a JSON object's members, without
@@ -56,6 +47,7 @@ class BrowserView : public PaneView {
     // A browser window takes the view over; earlier ones are told they are
     // detached. The new client's id, and the last event number so far.
     std::uint64_t Attach(std::uint64_t& lastSeq);
+    bool IsAttached(std::uint64_t client);
     // Events after `after` as a JSON array text, waiting up to `waitMs` for
     // one; false when `client` is no longer the one attached.
     bool EventsAfter(std::uint64_t client, std::uint64_t after, std::uint32_t waitMs,
@@ -64,22 +56,11 @@ class BrowserView : public PaneView {
     void StopEvents();
 
   private:
-    struct Timer {
-        std::uint32_t period = 0;
-        std::uint64_t due = 0;
-    };
     struct Event {
         std::uint64_t seq = 0;
         std::string json;
     };
 
-    std::mutex jobsLock_;
-    std::condition_variable jobsPosted_;
-    std::deque<std::function<void()>> jobs_;
-    bool destroyed_ = false;
-
-    std::map<PaneTimer, Timer> timers_;  // host's thread only
-    std::function<void(PaneTimer)> timerSink_;
     std::function<void()> navigationSink_;
     std::u16string source_;
 

@@ -30,7 +30,6 @@ async function openPanel(scope, bridge) {
   });
   await page.goto(bridge.url);
   const frame = await (await page.waitForSelector('#panel')).contentFrame();
-  frame.page().on('pageerror', () => {});
   const panel = { page, frame };
   await pageReady(panel, 'translate');
   return panel;

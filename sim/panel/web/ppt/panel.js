@@ -193,7 +193,17 @@ const Panel = (function () {
     }
   }
 
+  // The heading, the links and the sign-in line above the page, the query
+  // keys below it: the same on every page.
   function frame() {
+    const header = element('header');
+    header.appendChild(element('h1', {}, document.title));
+    header.appendChild(element('nav', { id: 'pages' }));
+    header.appendChild(element('div', { id: 'user' }));
+    document.body.insertBefore(header, document.body.firstChild);
+    const footer = element('footer');
+    footer.appendChild(element('div', { id: 'querykeys' }));
+    document.body.appendChild(footer);
     const nav = document.getElementById('pages');
     if (nav) {
       for (const page of Object.keys(PAGES)) {
