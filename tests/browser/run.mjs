@@ -342,6 +342,20 @@ test('a selection picked on the deck is previewed and translated alone', async (
   same(named(seen, 'onProgress')[0].detail.original, 'Agenda', 'the text translated');
 });
 
+test('a second browser window takes the deck over, and the first one says so', async (scope) => {
+  const bridge = await startBridge(scope, BUSINESS);
+  const first = await openPanel(scope, bridge);
+  await signIn(first, bridge);
+  const second = await openPanel(scope, bridge);
+  await waitFor(async () => (await first.page.locator('#status').innerText()).includes('another browser window'),
+    'the first window to step back');
+  // The pane reloads its page for the new window and hands it the token.
+  await waitFor(async () => (await second.frame.locator('#user').innerText()).includes('Signed in'), 'the second window signed in');
+  await start(second, 'de');
+  same(named(await runEnd(second), 'onComplete').length, 1, 'a run from the second window');
+  same(named(await events(first), 'onRunStarted').length, 0, 'run events in the first window');
+});
+
 // --- Bad input --------------------------------------------------------------
 
 test('broken messages and bad command lines get clear answers, never a crash', async (scope) => {
