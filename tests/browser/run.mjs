@@ -224,6 +224,27 @@ test('a run driven from the page writes the same deck as qb-translate', async (s
   if (a !== b) fail('the decks differ; compare ' + cliOut + ' with ' + panelOut);
 });
 
+test('a font picked from the add-in\'s font list is the font of the translated text', async (scope) => {
+  const saved = path.join(outDir, 'business.panel.font.json');
+  fs.rmSync(saved, { force: true });
+  const bridge = await startBridge(scope, BUSINESS, ['--save', saved]);
+  const panel = await openPanel(scope, bridge);
+  await signIn(panel, bridge);
+  const fonts = await waitFor(async () => {
+    const names = await panel.frame.locator('#targetFont option').evaluateAll((options) => options.map((o) => o.value));
+    return names.length > 1 && names.slice(1);
+  }, 'the font list');
+  check(fonts.every((f) => f && !f.startsWith('@')), 'font names: ' + fonts.join(', '));
+  const font = fonts[fonts.length - 1];
+  await panel.frame.locator('#targetFont').selectOption(font);
+  await start(panel, 'de');
+  same(named(await runEnd(panel), 'onComplete').length, 1, 'a completed run');
+  await waitFor(async () => (await bridge.state()).saves >= 1, 'qb-panel to save the deck');
+  const text = fs.readFileSync(saved, 'utf8');
+  check(text.includes('"name": ' + JSON.stringify(font)), 'the saved deck uses ' + font);
+  check(!text.includes('"Times New Roman"'), 'the default font is not used');
+});
+
 // Each text asks the stand-in service to answer it late, so that a run
 // stands long enough in its batches to be paused or cancelled.
 function lateDeck(name) {
