@@ -245,6 +245,25 @@ test('a font picked from the add-in\'s font list is the font of the translated t
   check(!text.includes('"Times New Roman"'), 'the default font is not used');
 });
 
+test('translate again starts a second run with a run id of its own', async (scope) => {
+  const deck = writeDeck('twice', [['Good morning'], ['Good evening', 'Thank you']]);
+  const bridge = await startBridge(scope, deck);
+  const panel = await openPanel(scope, bridge);
+  await signIn(panel, bridge);
+  await start(panel, 'de');
+  same(named(await runEnd(panel), 'onComplete').length, 1, 'the first run');
+  await panel.frame.locator('#targetLang').selectOption('ja');
+  await panel.frame.locator('#restart').click();
+  const seen = await waitFor(async () => {
+    const now = await events(panel);
+    return named(now, 'onComplete').length === 2 && now;
+  }, 'the second run to complete');
+  const ids = named(seen, 'onRunStarted').map((e) => e.detail.runId);
+  same(ids.length, 2, 'runs started');
+  check(ids[1] > ids[0], 'the second run id is above the first: ' + ids.join(', '));
+  same(named(seen, 'onReady').map((e) => e.detail.total), [3, 3], 'units of each run');
+});
+
 // Each text asks the stand-in service to answer it late, so that a run
 // stands long enough in its batches to be paused or cancelled.
 function lateDeck(name) {
