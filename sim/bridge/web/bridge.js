@@ -23,6 +23,7 @@
   const outbox = [];
   let sending = false;
   const drawnSlides = [];
+  let drawnRevision = 0;
 
   function say(text) { statusLine.textContent = text; }
 
@@ -187,7 +188,9 @@
       return;
     }
     const deck = answer.deck;
-    if (!deck || !deck.slides) return;
+    // Answers to two quick fetches may cross: an older picture never wins.
+    if (!deck || !deck.slides || answer.revision < drawnRevision) return;
+    drawnRevision = answer.revision;
     deckView.dataset.revision = answer.revision;
     deck.slides.forEach((slide, i) => {
       const text = JSON.stringify(slide);
