@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The browser suite: the web panel in Debian's Chromium, driving a real pane
 # on the simulated host through qb-panel, with playwright-core from npm (no
-# browser is ever downloaded). Installs what is missing, builds qb-panel and
-# qb-translate natively, and ends with one line "N passed, M failed".
+# browser is ever downloaded). Installs what is missing, builds qb-panel,
+# qb-translate and qb_service natively, and ends with one line "N passed, M failed".
 set -u
 cd "$(dirname "$0")/.."
 mkdir -p build/logs build/browser
@@ -20,7 +20,7 @@ bash scripts/install-deps.sh browser || give_up "installing the packages failed"
 
 cmake --preset native >build/logs/configure-browser.log 2>&1 ||
   give_up "configuring the native build failed" build/logs/configure-browser.log
-cmake --build build/native -j2 --target qb-panel qb-translate >build/logs/build-browser.log 2>&1 ||
+cmake --build build/native -j2 --target qb-panel qb-translate qb_service >build/logs/build-browser.log 2>&1 ||
   give_up "building qb-panel failed" build/logs/build-browser.log
 
 (cd tests/browser && PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error) \

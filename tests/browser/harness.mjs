@@ -13,6 +13,7 @@ export const buildDir = process.env.QB_BUILD_DIR || path.join(root, 'build/nativ
 export const outDir = path.join(root, 'build/browser');
 export const panelProgram = path.join(buildDir, 'sim/bridge/qb-panel');
 export const cliProgram = path.join(buildDir, 'cli/qb-translate');
+export const serviceProgram = path.join(buildDir, 'sim/service/qb_service');
 
 const CHROMIUM = process.env.QB_CHROMIUM || '/usr/bin/chromium';
 const TEST_MS = 180000;

@@ -1,10 +1,11 @@
 // The browser suite: the web panel in Debian's Chromium, driving a real pane
 // on the simulated host through qb-panel, against the stand-in service.
+import { spawn } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import {
-  Bridge, check, cliProgram, fail, outDir, panelProgram, root, runAll, runProgram, same, test,
-  waitFor, writeDeck,
+  Bridge, check, cliProgram, fail, outDir, panelProgram, root, runAll, runProgram, same,
+  serviceProgram, test, waitFor, writeDeck,
 } from './harness.mjs';
 
 const BUSINESS = path.join(root, 'samples/business.json');
@@ -394,6 +395,28 @@ test('a second browser window takes the deck over, and the first one says so', a
   await start(second, 'de');
   same(named(await runEnd(second), 'onComplete').length, 1, 'a run from the second window');
   same(named(await events(first), 'onRunStarted').length, 0, 'run events in the first window');
+});
+
+test('qb-panel works with a running stand-in service that serves the panel', async (scope) => {
+  const service = spawn(serviceProgram, ['--port', '0', '--token', 'outside-token', '--panel',
+    path.join(root, 'sim/panel/web')], { stdio: ['ignore', 'pipe', 'pipe'] });
+  let said = '';
+  let ended = null;
+  service.stdout.on('data', (d) => (said += d));
+  service.on('close', (code) => (ended = { code }));
+  scope.later(async () => {
+    service.kill('SIGTERM');
+    await waitFor(() => ended, 'qb_service to end', 20000);
+  });
+  const port = (await waitFor(() => /listening on 127\.0\.0\.1:(\d+)/.exec(said), 'qb_service to listen'))[1];
+  const url = 'http://127.0.0.1:' + port;
+  const bridge = await startBridge(scope, BUSINESS, ['--service', url]);
+  same(bridge.serviceUrl, url, 'the service qb-panel uses');
+  const panel = await openPanel(scope, bridge);
+  check(panel.frame.url().startsWith(url + '/panel/ppt/?'), 'the panel comes from that service: ' + panel.frame.url());
+  await signIn(panel, bridge, 'outside-token');
+  await start(panel, 'de');
+  same(named(await runEnd(panel), 'onComplete').length, 1, 'a run through that service');
 });
 
 // --- Bad input --------------------------------------------------------------
