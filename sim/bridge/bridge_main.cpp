@@ -21,8 +21,11 @@
 #include "cli/cli_options.h"
 #include "foundation/platform.h"
 #include "foundation/text.h"
+#include "foundation/ui_languages.h"
+#include "foundation/ui_strings.h"
 #include "pane/ppt_pane.h"
 #include "run/service_client.h"
+#include "shell/ui_lang_dialog.h"
 #include "sim/bridge/browser_view.h"
 #include "sim/bridge/deck_picture.h"
 #include "sim/bridge/json_text.h"
@@ -194,7 +197,8 @@ class Bridge {
             });
             Json(res, 200,
                  "{\"client\":" + std::to_string(client) + ",\"after\":" + std::to_string(last) +
-                     ",\"revision\":" + std::to_string(Revision()) + "}");
+                     ",\"revision\":" + std::to_string(Revision()) +
+                     ",\"uiLanguages\":" + UiLanguages() + "}");
         });
         server.Get("/bridge/events", [this](const httplib::Request& req, httplib::Response& res) {
             std::string events;
@@ -209,6 +213,9 @@ class Bridge {
         });
         server.Post("/bridge/ribbon", [this](const httplib::Request& req, httplib::Response& res) {
             Ribbon(req, res);
+        });
+        server.Post("/bridge/uilang", [this](const httplib::Request& req, httplib::Response& res) {
+            UiLang(req, res);
         });
         server.Post("/bridge/select", [this](const httplib::Request& req, httplib::Response& res) {
             Select(req, res);
@@ -312,6 +319,39 @@ class Bridge {
                 if (pane_.WindowExists()) pane_.SetMode(mode);
             }
             pane_.ShowPage(page);
+        });
+        Json(res, 200, "{\"ok\":true}");
+    }
+
+    static std::string UiLanguages() {
+        std::string list = "[";
+        for (std::size_t i = 0; i < std::size(kUiLanguageCodes); ++i) {
+            list += std::string(i ? "," : "") +
+                    "{\"code\":" + JsonText(std::u16string(kUiLanguageCodes[i])) +
+                    ",\"name\":" + JsonText(std::u16string(kUiLanguageNames[i])) + "}";
+        }
+        return list + "]";
+    }
+
+    // The display language dialog's choice: saved as the user's, and every
+    // pane's page told, as the ribbon's dialog does it.
+    void UiLang(const httplib::Request& req, httplib::Response& res) {
+        const std::optional<JsonValue> body = Body(req, res);
+        if (!body) return;
+        const std::u16string code = Member(*body, u"code");
+        std::int32_t row = -1;
+        for (std::size_t i = 0; i < std::size(kUiLanguageCodes); ++i) {
+            if (kUiLanguageCodes[i] == code) row = static_cast<std::int32_t>(i);
+        }
+        if (row < 0) return Refuse(res, "no such display language: " + Utf16ToUtf8(code));
+        view_.PostJob([this, row] {
+            std::u16string chosen;
+            const UiLangChoice choice =
+                ApplyUiLangChoice(ResolveUiLanguage(host_.Application()), row, chosen);
+            if (choice == UiLangChoice::Changed) PptPane::BroadcastUiLang(chosen);
+            if (choice == UiLangChoice::SaveFailed) {
+                std::fprintf(stderr, "qb-panel: the display language could not be saved\n");
+            }
         });
         Json(res, 200, "{\"ok\":true}");
     }

@@ -49,9 +49,24 @@ export async function waitFor(probe, what, timeoutMs = 60000) {
 }
 
 // Runs a program to its end: exit code, output and errors.
+// The programs keep their logs and the user's settings in folders of the
+// test's own, never in the machine's.
+function isolated() {
+  const home = fs.mkdtempSync(path.join(os.tmpdir(), 'qb-home-'));
+  for (const folder of ['config', 'data']) fs.mkdirSync(path.join(home, folder));
+  return {
+    home,
+    env: Object.assign({}, process.env, {
+      XDG_CONFIG_HOME: path.join(home, 'config'),
+      XDG_DATA_HOME: path.join(home, 'data'),
+    }),
+  };
+}
+
 export function runProgram(program, args, timeoutMs = 120000) {
   return new Promise((resolve, reject) => {
-    const child = spawn(program, args, { stdio: ['ignore', 'pipe', 'pipe'] });
+    const { home, env } = isolated();
+    const child = spawn(program, args, { stdio: ['ignore', 'pipe', 'pipe'], env });
     let stdout = '';
     let stderr = '';
     child.stdout.on('data', (d) => (stdout += d));
@@ -60,6 +75,7 @@ export function runProgram(program, args, timeoutMs = 120000) {
     child.on('error', reject);
     child.on('close', (code, signal) => {
       clearTimeout(timer);
+      fs.rmSync(home, { recursive: true, force: true });
       resolve({ code, signal, stdout, stderr });
     });
   });
@@ -83,7 +99,9 @@ export function writeDeck(name, slides) {
 export class Bridge {
   static async start(deck, args = []) {
     const bridge = new Bridge();
-    bridge.child = spawn(panelProgram, args.concat([deck]), { stdio: ['ignore', 'pipe', 'pipe'] });
+    const { home, env } = isolated();
+    bridge.home = home;
+    bridge.child = spawn(panelProgram, args.concat([deck]), { stdio: ['ignore', 'pipe', 'pipe'], env });
     bridge.stdout = '';
     bridge.stderr = '';
     bridge.exited = null;
@@ -113,6 +131,7 @@ export class Bridge {
       this.child.kill('SIGKILL');
       throw e;
     }
+    fs.rmSync(this.home, { recursive: true, force: true });
     return this.exited;
   }
 }

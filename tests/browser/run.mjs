@@ -153,6 +153,22 @@ test('sign-in hands the pane the token the service accepts', async (scope) => {
   same(named(await runEnd(panel), 'onComplete').length, 1, 'a run with the token');
 });
 
+test('a new display language reaches the page at once and the next page\'s uiLang key', async (scope) => {
+  const bridge = await startBridge(scope, BUSINESS);
+  const panel = await openPanel(scope, bridge);
+  same(keysOf(panel.frame.url())[4], 'en', 'the display language at first');
+  await panel.page.locator('#uilang').selectOption('de');
+  await waitFor(async () => (await panel.frame.locator('#querykeys').innerText()).includes('uiLang=de'),
+    'the page to hear of the new language');
+  same(keysOf(panel.frame.url())[4], 'en', 'the loaded page\'s own key');
+  await ribbon(panel, 'account');
+  await pageReady(panel, 'account');
+  same(keysOf(panel.frame.url())[4], 'de', 'the next page\'s uiLang key');
+  await waitFor(async () => (await panel.frame.locator('#uiLang').innerText()) === 'de', 'the add-in\'s answer to uiLangGet');
+  const refused = await fetch(bridge.url + 'bridge/uilang', { method: 'POST', body: '{"code":"xx"}' });
+  same(refused.status, 400, 'an unknown display language is refused');
+});
+
 // --- Runs -------------------------------------------------------------------
 
 test('a full-deck run completes with its events in order and the counts shown', async (scope) => {

@@ -32,6 +32,7 @@
       const answer = await (await fetch('/bridge/attach', { method: 'POST' })).json();
       client = answer.client;
       after = answer.after;
+      showLanguages(answer.uiLanguages || []);
     } catch (e) {
       say('Cannot reach qb-panel: is it still running? (' + e.message + ')');
       return;
@@ -164,6 +165,16 @@
     post('/bridge/ribbon', order);
   });
   document.getElementById('clear').addEventListener('click', () => post('/bridge/select', {}));
+
+  const languages = document.getElementById('uilang');
+  function showLanguages(list) {
+    languages.appendChild(new Option('Display language…', ''));
+    for (const language of list) languages.appendChild(new Option(language.name, language.code));
+  }
+  languages.addEventListener('change', () => {
+    if (languages.value) post('/bridge/uilang', { code: languages.value });
+    languages.value = '';
+  });
 
   async function post(path, body) {
     try {
