@@ -1,20 +1,31 @@
 #!/usr/bin/env bash
 # Installs every Debian package the build and the tests use, only when
-# something is missing, so a second run costs a few dpkg queries.
+# something is missing, so a second run costs a few dpkg queries. With
+# "browser", only those of the browser suite (scripts/test-browser.sh).
 set -u
 
 need=()
 have_cmd() { command -v "$1" >/dev/null 2>&1; }
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 
-for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
-         libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
-         libzip-dev libpugixml-dev \
-         g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
-         libwine-dev python3 nsis xvfb xauth wine wine64; do
-  have_pkg "$p" || need+=("$p")
-done
-have_pkg wine32:i386 || need+=(wine32:i386 libgstreamer-plugins-base1.0-0:i386)
+if [ "${1:-}" = browser ]; then
+  # Only what the browser suite needs: the native build of qb-panel, Debian's
+  # Chromium with a font, and Node.js with npm (any install of them will do).
+  for p in cmake ninja-build g++ pkg-config libcpp-httplib-dev chromium fonts-dejavu-core; do
+    have_pkg "$p" || need+=("$p")
+  done
+else
+  for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
+           libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
+           libzip-dev libpugixml-dev \
+           g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
+           libwine-dev python3 nsis xvfb xauth wine wine64 chromium fonts-dejavu-core; do
+    have_pkg "$p" || need+=("$p")
+  done
+  have_pkg wine32:i386 || need+=(wine32:i386 libgstreamer-plugins-base1.0-0:i386)
+fi
+have_cmd node || need+=(nodejs)
+have_cmd npm || need+=(npm)
 
 [ ${#need[@]} -eq 0 ] && exit 0
 

@@ -161,6 +161,21 @@ drive() {  # name wine prefix-arch build-dir
 if ran win64; then drive "host driver wine64 (x64)" "$wine64" win64 win64; fi
 if ran win32; then drive "host driver wine32 (x86)" wine win32 win32; fi
 
+# The web panel in Chromium, driving a real pane through qb-panel.
+if ran native; then
+  note "browser suite"
+  bash scripts/test-browser.sh >build/logs/browser.log 2>&1
+  grep -E '^not ok|^test-browser:' build/logs/browser.log | head -n 20
+  line=$(tail -n 1 build/logs/browser.log)
+  if [[ $line =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
+    echo "$line"
+    record "browser suite" "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}"
+  else
+    tail -n 20 build/logs/browser.log
+    record "browser suite" 0 1
+  fi
+fi
+
 # The per-user installer of both twins: install, check, uninstall, check.
 if ran win32 && ran win64; then
   note "installer"

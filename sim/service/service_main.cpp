@@ -14,9 +14,16 @@ namespace {
 
 void Usage() {
     std::fprintf(stderr,
-                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--latency-ms N]\n"
-                 "  --port 0 (the default) takes a free port.\n"
-                 "  --latency-ms delays every translate and resolve answer (default 0).\n"
+                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--latency-ms N]
+"
+                 "                  [--panel DIR]
+"
+                 "  --port 0 (the default) takes a free port.
+"
+                 "  --latency-ms delays every translate and resolve answer (default 0).
+"
+                 "  --panel DIR serves the web panel's pages from DIR under /panel.
+"
                  "  A text holding @fault:NAME fails its request: 401, 402, 500, 429 (any\n"
                  "  status), count, placeholders, late, never, drop.\n");
 }
@@ -33,6 +40,8 @@ int main(int argc, char** argv) {
             port = std::atoi(argv[++i]);
         } else if (arg == "--token" && hasValue) {
             options.token = argv[++i];
+        } else if (arg == "--panel" && hasValue) {
+            options.panelFolder = argv[++i];
         } else if (arg == "--late-ms" && hasValue) {
             options.lateMs = static_cast<std::uint32_t>(std::strtoul(argv[++i], nullptr, 10));
         } else if (arg == "--latency-ms" && hasValue) {

@@ -53,6 +53,29 @@ std::string CheckContext(const JsonValue& request) {
     return {};
 }
 
+// The panel's pages as files, and its sign-in: any name with a password
+// gets the service's token, which is what the pages hand the pane.
+bool ServePanel(httplib::Server& server, const StandInService::Options& options) {
+    if (!server.set_mount_point("/panel", options.panelFolder)) return false;
+    server.Post("/v1/auth/signin", [token = options.token](const httplib::Request& request,
+                                                           httplib::Response& response) {
+        const std::optional<JsonValue> body = ParseJson(request.body);
+        const JsonValue* user = body && body->IsObject() ? body->Find(u"user") : nullptr;
+        const JsonValue* password = body && body->IsObject() ? body->Find(u"password") : nullptr;
+        JsonValue answer = ErrorBody("bad_request", "a user name and a password are needed");
+        response.status = 400;
+        if (user && password && user->IsString() && password->IsString() &&
+            !user->StringValue().empty() && !password->StringValue().empty()) {
+            answer = JsonValue::Object();
+            answer.Set(u"accessToken", JsonValue::String(Utf8ToUtf16(token)));
+            answer.Set(u"user", JsonValue::String(user->StringValue()));
+            response.status = 200;
+        }
+        response.set_content(WriteJson(answer), "application/json; charset=utf-8");
+    });
+    return true;
+}
+
 }  // namespace
 
 std::optional<Fault> FaultFromName(std::string_view name, std::uint32_t lateMs) {
@@ -377,6 +400,7 @@ bool StandInService::Start(int port) {
     impl.server.Post("/v1/analytics/events", handle);
     // Replies go out as they are; the clients ask for no compression.
     impl.server.set_keep_alive_max_count(1);
+    if (!options_.panelFolder.empty() && !ServePanel(impl.server, options_)) return false;
 
     if (port == 0) {
         port_ = impl.server.bind_to_any_port("127.0.0.1");

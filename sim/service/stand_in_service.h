@@ -73,6 +73,9 @@ class StandInService {
         // Every translate and resolve answer waits this long first, as a
         // remote service's round trip would.
         std::uint32_t latencyMs = 0;
+        // Non-empty: the web panel's pages are served from this folder under
+        // /panel, with the stand-in sign-in they use (/v1/auth/signin).
+        std::string panelFolder;
     };
 
     StandInService();
