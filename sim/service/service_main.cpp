@@ -14,16 +14,11 @@ namespace {
 
 void Usage() {
     std::fprintf(stderr,
-                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--latency-ms N]
-"
-                 "                  [--panel DIR]
-"
-                 "  --port 0 (the default) takes a free port.
-"
-                 "  --latency-ms delays every translate and resolve answer (default 0).
-"
-                 "  --panel DIR serves the web panel's pages from DIR under /panel.
-"
+                 "usage: qb_service [--port N] [--token TOKEN] [--late-ms N] [--latency-ms N]\n"
+                 "                  [--panel DIR]\n"
+                 "  --port 0 (the default) takes a free port.\n"
+                 "  --latency-ms delays every translate and resolve answer (default 0).\n"
+                 "  --panel DIR serves the web panel's pages from DIR under /panel.\n"
                  "  A text holding @fault:NAME fails its request: 401, 402, 500, 429 (any\n"
                  "  status), count, placeholders, late, never, drop.\n");
 }
