@@ -133,14 +133,14 @@ struct ICoreWebView2 : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE add_NavigationCompleted(
         ICoreWebView2NavigationCompletedEventHandler* handler, EventRegistrationToken* token) = 0;
     virtual HRESULT STDMETHODCALLTYPE remove_NavigationCompleted(EventRegistrationToken token) = 0;
-    virtual HRESULT STDMETHODCALLTYPE add_FrameNavigationStarting(
-        void* handler, EventRegistrationToken* token) = 0;
-    virtual HRESULT STDMETHODCALLTYPE remove_FrameNavigationStarting(
-        EventRegistrationToken token) = 0;
-    virtual HRESULT STDMETHODCALLTYPE add_FrameNavigationCompleted(
-        void* handler, EventRegistrationToken* token) = 0;
-    virtual HRESULT STDMETHODCALLTYPE remove_FrameNavigationCompleted(
-        EventRegistrationToken token) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    add_FrameNavigationStarting(void* handler, EventRegistrationToken* token) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    remove_FrameNavigationStarting(EventRegistrationToken token) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    add_FrameNavigationCompleted(void* handler, EventRegistrationToken* token) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    remove_FrameNavigationCompleted(EventRegistrationToken token) = 0;
     virtual HRESULT STDMETHODCALLTYPE add_ScriptDialogOpening(void* handler,
                                                               EventRegistrationToken* token) = 0;
     virtual HRESULT STDMETHODCALLTYPE remove_ScriptDialogOpening(EventRegistrationToken token) = 0;
@@ -186,8 +186,8 @@ struct ICoreWebView2Controller : public IUnknown {
     virtual HRESULT STDMETHODCALLTYPE remove_LostFocus(EventRegistrationToken token) = 0;
     virtual HRESULT STDMETHODCALLTYPE add_AcceleratorKeyPressed(void* handler,
                                                                 EventRegistrationToken* token) = 0;
-    virtual HRESULT STDMETHODCALLTYPE remove_AcceleratorKeyPressed(
-        EventRegistrationToken token) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    remove_AcceleratorKeyPressed(EventRegistrationToken token) = 0;
     virtual HRESULT STDMETHODCALLTYPE get_ParentWindow(HWND* parent) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_ParentWindow(HWND parent) = 0;
     virtual HRESULT STDMETHODCALLTYPE NotifyParentWindowPositionChanged() = 0;
