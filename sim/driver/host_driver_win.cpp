@@ -945,12 +945,7 @@ TEST_P(HostSequence, LoadsRibbonCallbacksTaskPanesAndShutsDown) {
     unknown.Reset();
     paneFace.Reset();
     factory.All().clear();
-    HMODULE module = ::GetModuleHandleW(dll_.c_str());
-    ASSERT_NE(module, nullptr);
-    auto canUnload = reinterpret_cast<DllFunction>(
-        reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
-    ASSERT_NE(canUnload, nullptr);
-    EXPECT_EQ(canUnload(), S_OK) << "every object of the add-in released";
+    EXPECT_EQ(CallExport(dll_, "DllCanUnloadNow"), S_OK) << "every object of the add-in released";
 
     EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
 }
@@ -1091,12 +1086,8 @@ class PaneDriver : public HostDriver {
         factory_.CloseAll();
         // Completions the view posted before it closed still arrive.
         PumpUntil([] { return false; }, 300);
-        HMODULE module = ::GetModuleHandleW(dll_.c_str());
-        ASSERT_NE(module, nullptr);
-        auto canUnload = reinterpret_cast<DllFunction>(
-            reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
-        ASSERT_NE(canUnload, nullptr);
-        EXPECT_EQ(canUnload(), S_OK) << "every object of the add-in released";
+        EXPECT_EQ(CallExport(dll_, "DllCanUnloadNow"), S_OK)
+            << "every object of the add-in released";
         EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
     }
 
@@ -1331,11 +1322,7 @@ TEST_F(PaneDriver, AControlWithoutASiteMakesItsWindowInTheParentDoVerbGives) {
                   Occurrences(before, "PptPane BeginShutdownEarly") + 1);
         EXPECT_EQ(standIn.Count(u"controllersClosed"), 1);
     }
-    HMODULE module = ::GetModuleHandleW(dll_.c_str());
-    auto canUnload = reinterpret_cast<DllFunction>(
-        reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
-    ASSERT_NE(canUnload, nullptr);
-    EXPECT_EQ(canUnload(), S_OK);
+    EXPECT_EQ(CallExport(dll_, "DllCanUnloadNow"), S_OK) << "every object of the add-in released";
     EXPECT_HRESULT_SUCCEEDED(CallExport(dll_, "DllUnregisterServer"));
 }
 

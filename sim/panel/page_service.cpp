@@ -2,6 +2,7 @@
 #include "sim/panel/page_service.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "run/run_types.h"
 #include "run/service_client.h"
 #include "run/terminology.h"
+#include "sim/host/json_value.h"
 
 namespace qb::sim {
 namespace {
@@ -27,45 +29,6 @@ std::u16string Inside(const std::u16string& script, std::size_t from) {
     return end == npos || end < from ? std::u16string() : script.substr(from, end - from);
 }
 
-// The objects of the array under "key": each one's text, braces included.
-// The pane writes its messages without blanks; a key name standing as a
-// value (a text that reads "glossary") has no colon behind it and is
-// passed over.
-std::vector<std::u16string> ObjectsOfArray(std::u16string_view json, std::u16string_view key) {
-    std::vector<std::u16string> objects;
-    const std::u16string needle = u"\"" + std::u16string(key) + u"\":";
-    const std::size_t hit = json.find(needle);
-    if (hit == npos) return objects;
-    std::size_t i = hit + needle.size();
-    while (i < json.size() && json[i] == u' ')
-        ++i;
-    if (i >= json.size() || json[i] != u'[') return objects;
-    int depth = 0;
-    bool inString = false;
-    std::size_t start = npos;
-    for (++i; i < json.size(); ++i) {
-        const char16_t c = json[i];
-        if (inString) {
-            if (c == u'\\') {
-                ++i;
-            } else if (c == u'"') {
-                inString = false;
-            }
-        } else if (c == u'"') {
-            inString = true;
-        } else if (c == u'{' || c == u'[') {
-            if (depth++ == 0 && c == u'{') start = i;
-        } else if (c == u'}' || c == u']') {
-            if (depth == 0) break;  // the array's own end
-            if (--depth == 0 && c == u'}' && start != npos) {
-                objects.emplace_back(json.substr(start, i - start + 1));
-                start = npos;
-            }
-        }
-    }
-    return objects;
-}
-
 // The batch a translateBatchRequest carries, read back as the page would.
 TranslateBatchRequest BatchOfMessage(const std::u16string& json) {
     TranslateBatchRequest request;
@@ -77,10 +40,19 @@ TranslateBatchRequest BatchOfMessage(const std::u16string& json) {
     request.clientProduct = ReadJsonString(json, u"clientProduct");
     request.instruction = ReadJsonString(json, u"instruction");
     request.clientTraceId = ReadJsonString(json, u"clientTraceId");
-    for (const std::u16string& item : ObjectsOfArray(json, u"glossary")) {
-        request.glossary.push_back({ReadJsonString(item, u"source"),
-                                    ReadJsonString(item, u"target"),
-                                    ReadJsonString(item, u"note")});
+    const std::optional<JsonValue> message = ParseJson(Utf16ToUtf8(json));
+    const JsonValue* glossary = message ? message->Find(u"glossary") : nullptr;
+    if (glossary && glossary->IsArray()) {
+        const auto text = [](const JsonValue& item, std::u16string_view key) {
+            const JsonValue* value = item.Find(key);
+            return value && value->IsString() ? value->StringValue() : std::u16string();
+        };
+        for (const JsonValue& item : glossary->Items()) {
+            if (item.IsObject()) {
+                request.glossary.push_back(
+                    {text(item, u"source"), text(item, u"target"), text(item, u"note")});
+            }
+        }
     }
     // Run ids are tick counts and batch numbers small: a double holds both.
     const double runId = ReadJsonNumber(json, u"runId");
