@@ -18,6 +18,7 @@
 #include "sim/host/deck_file.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/pptx_writer.h"
 #include "support/temp_dir.h"
 
 namespace qb {
@@ -25,147 +26,7 @@ namespace {
 
 using pptx::PptxDeck;
 using pptx::ZipPackage;
-
-constexpr char kRels[] = "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
-constexpr char kNs[] =
-    R"( xmlns:a="http://schemas.openxmlformats.org/drawingml/2006/main")"
-    R"( xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships")"
-    R"( xmlns:p="http://schemas.openxmlformats.org/presentationml/2006/main")";
-
-// A presentation written part by part: only what a reader needs, plus parts
-// no run may touch.
-class DeckWriter {
-  public:
-    // A slide from the shapes' XML; notes text gives it a notes page.
-    void Slide(const std::string& shapes, const std::string& notes = "") {
-        slides_.push_back({shapes, notes});
-    }
-    void Part(const std::string& name, const std::string& bytes) { extra_[name] = bytes; }
-    // Where text takes the sizes it doesn't set: the presentation's default
-    // style, and one layout and master with placeholders for every slide.
-    void DefaultTextStyle(const std::string& xml) { defaultTextStyle_ = xml; }
-    void LayoutAndMaster(const std::string& layoutShapes, const std::string& masterShapes,
-                         const std::string& txStyles) {
-        layout_ = layoutShapes;
-        master_ = masterShapes;
-        txStyles_ = txStyles;
-    }
-
-    std::map<std::string, std::string> Parts() const {
-        std::map<std::string, std::string> parts;
-        std::string types =
-            R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)"
-            R"(<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types">)"
-            R"(<Default Extension="xml" ContentType="application/xml"/>)"
-            R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
-            R"(<Override PartName="/ppt/presentation.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.presentation.main+xml"/>)";
-        std::string ids, presRels;
-        for (std::size_t i = 0; i < slides_.size(); ++i) {
-            const std::string n = std::to_string(i + 1);
-            types +=
-                R"(<Override PartName="/ppt/slides/slide)" + n +
-                R"(.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.slide+xml"/>)";
-            ids += R"(<p:sldId id=")" + std::to_string(256 + i) + R"(" r:id="rId)" +
-                   std::to_string(i + 10) + R"("/>)";
-            presRels += R"(<Relationship Id="rId)" + std::to_string(i + 10) + R"(" Type=")" +
-                        kRels + R"(/slide" Target="slides/slide)" + n + R"(.xml"/>)";
-            parts["ppt/slides/slide" + n + ".xml"] =
-                std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-                "<p:sld" + kNs + R"(><p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)" +
-                "<p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>" + slides_[i].shapes +
-                "</p:spTree></p:cSld></p:sld>";
-            std::string slideRels;
-            if (!layout_.empty()) {
-                slideRels += R"(<Relationship Id="rId1" Type=")" + std::string(kRels) +
-                             R"(/slideLayout" Target="../slideLayouts/slideLayout1.xml"/>)";
-            }
-            if (!slides_[i].notes.empty()) {
-                slideRels += R"(<Relationship Id="rId2" Type=")" + std::string(kRels) +
-                             R"(/notesSlide" Target="../notesSlides/notesSlide)" + n + R"(.xml"/>)";
-            }
-            if (!slideRels.empty()) {
-                parts["ppt/slides/_rels/slide" + n + ".xml.rels"] =
-                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-                    R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
-                    slideRels + "</Relationships>";
-            }
-            if (!slides_[i].notes.empty()) {
-                types +=
-                    R"(<Override PartName="/ppt/notesSlides/notesSlide)" + n +
-                    R"(.xml" ContentType="application/vnd.openxmlformats-officedocument.presentationml.notesSlide+xml"/>)";
-                parts["ppt/notesSlides/notesSlide" + n + ".xml"] =
-                    std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-                    "<p:notes" + kNs +
-                    R"(><p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/><p:cNvGrpSpPr/>)" +
-                    "<p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>" +
-                    Box(2, "Notes Placeholder 2",
-                        "<a:p><a:r><a:t>" + slides_[i].notes + "</a:t></a:r></a:p>") +
-                    "</p:spTree></p:cSld></p:notes>";
-            }
-        }
-        parts["[Content_Types].xml"] = types + "</Types>";
-        parts["_rels/.rels"] =
-            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-            R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
-            R"(<Relationship Id="rId1" Type=")" + kRels +
-            R"(/officeDocument" Target="ppt/presentation.xml"/></Relationships>)";
-        parts["ppt/presentation.xml"] =
-            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-            "<p:presentation" + kNs + "><p:sldIdLst>" + ids +
-            R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/>)" + defaultTextStyle_ +
-            "</p:presentation>";
-        if (!layout_.empty()) {
-            const std::string head = R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)";
-            const std::string tree = R"(<p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)"
-                                     "<p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>";
-            parts["ppt/slideLayouts/slideLayout1.xml"] = head + "<p:sldLayout" + kNs + ">" + tree +
-                                                         layout_ +
-                                                         "</p:spTree></p:cSld></p:sldLayout>";
-            parts["ppt/slideLayouts/_rels/slideLayout1.xml.rels"] =
-                head +
-                R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
-                R"(<Relationship Id="rId1" Type=")" + kRels +
-                R"(/slideMaster" Target="../slideMasters/slideMaster1.xml"/></Relationships>)";
-            parts["ppt/slideMasters/slideMaster1.xml"] = head + "<p:sldMaster" + kNs + ">" + tree +
-                                                         master_ + "</p:spTree></p:cSld>" +
-                                                         txStyles_ + "</p:sldMaster>";
-        }
-        parts["ppt/_rels/presentation.xml.rels"] =
-            std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
-            R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
-            presRels + "</Relationships>";
-        for (const auto& [name, bytes] : extra_)
-            parts[name] = bytes;
-        return parts;
-    }
-
-    void Write(const std::string& path) const {
-        ZipPackage zip;
-        for (const auto& [name, bytes] : Parts())
-            zip.Put(name, bytes);
-        ASSERT_EQ(zip.Write(path), "");
-    }
-
-    // A text box with the given paragraphs' XML.
-    static std::string Box(int id, const std::string& name, const std::string& paragraphs) {
-        return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
-               R"("/><p:cNvSpPr txBox="1"/><p:nvPr/></p:nvSpPr><p:spPr><a:xfrm>)"
-               R"(<a:off x="127000" y="254000"/><a:ext cx="2540000" cy="635000"/></a:xfrm>)"
-               R"(</p:spPr><p:txBody><a:bodyPr wrap="square"/><a:lstStyle/>)" +
-               paragraphs + "</p:txBody></p:sp>";
-    }
-    static std::string Para(const std::string& text) {
-        return "<a:p><a:r><a:rPr lang=\"en-US\"/><a:t>" + text + "</a:t></a:r></a:p>";
-    }
-
-  private:
-    struct SlideParts {
-        std::string shapes, notes;
-    };
-    std::vector<SlideParts> slides_;
-    std::map<std::string, std::string> extra_;
-    std::string defaultTextStyle_, layout_, master_, txStyles_;
-};
+using test::DeckWriter;
 
 std::string Group(int id, const std::string& name, const std::string& inner) {
     return R"(<p:grpSp><p:nvGrpSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
