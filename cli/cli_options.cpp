@@ -327,12 +327,6 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
         r.error = "a .pptx output needs a .pptx input";
         return r;
     }
-    // The copies a bilingual run adds are new slides, which the host over
-    // presentation files can't write into a package yet.
-    if (IsPresentationFile(o.deck) && o.bilingual) {
-        r.error = "--bilingual is not available for a .pptx yet";
-        return r;
-    }
     if (IsPresentationFile(o.deck) && !IsPresentationFile(o.output) &&
         !EndsWithIgnoringCase(o.output, ".json")) {
         r.error = "the output of a .pptx input is a .pptx or a .json deck file";

@@ -38,6 +38,7 @@ std::shared_ptr<ShapeModel> CloneShape(const ShapeModel& shape) {
 
 std::shared_ptr<SlideModel> CloneSlide(const SlideModel& slide) {
     auto copy = std::make_shared<SlideModel>(slide);
+    copy->copiedFrom = slide.slideId;
     for (auto& s : copy->shapes)
         s = CloneShape(*s);
     for (auto& s : copy->notesShapes)

@@ -211,6 +211,10 @@ struct SlideModel {
     std::vector<std::shared_ptr<ShapeModel>> notesShapes;
     // Tag names ignore case: kept upper-cased, as the host shows them.
     std::map<std::u16string, std::u16string> tags;
+    // The id of the slide this one was copied from (by Duplicate or by Copy
+    // and Paste), so that a host backed by a file can copy its parts; 0 for
+    // a slide that was no copy.
+    std::int32_t copiedFrom = 0;
     bool deleted = false;
 };
 

@@ -110,6 +110,72 @@ std::string RelsPathOf(const std::string& part) {
 constexpr unsigned kParseOptions =
     pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata;
 
+// The value of a node's namespaced id attribute (r:id), whatever its prefix.
+std::string RelIdOf(pugi::xml_node node) {
+    for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) {
+        const char* colon = std::strchr(a.name(), ':');
+        if (colon && std::strcmp(colon + 1, "id") == 0) return a.value();
+    }
+    return "";
+}
+
+void Declare(pugi::xml_document& doc) {
+    pugi::xml_node declaration = doc.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    declaration.append_attribute("standalone") = "yes";
+}
+
+bool EndsWith(const std::string& text, const char* end) {
+    const std::size_t n = std::strlen(end);
+    return text.size() >= n && text.compare(text.size() - n, n, end) == 0;
+}
+
+// A relationship target with its file name swapped for another part's, both
+// in one folder.
+std::string WithFileName(const std::string& target, const std::string& part) {
+    return target.substr(0, target.rfind('/') + 1) + part.substr(part.rfind('/') + 1);
+}
+
+// The target that leads from one part to another.
+std::string RelativeTarget(const std::string& fromPart, const std::string& toPart) {
+    std::string from = Folder(fromPart), to = toPart;
+    std::size_t common = 0;
+    for (std::size_t i = 0; i < from.size() && i < to.size() && from[i] == to[i]; ++i) {
+        if (from[i] == '/') common = i + 1;
+    }
+    std::string up;
+    for (std::size_t i = common; i < from.size(); ++i) {
+        if (from[i] == '/') up += "../";
+    }
+    return up + to.substr(common);
+}
+
+// Relationship types whose target belongs to one slide alone: a copy of the
+// slide takes copies of them. Everything else (layouts, pictures, media) the
+// copy shares with its source.
+bool OwnedBySlide(const std::string& type) {
+    static const char* const kOwned[] = {
+        "/notesSlide",  "/chart",         "/chartUserShapes",   "/package",       "/oleObject",
+        "/diagramData", "/diagramLayout", "/diagramQuickStyle", "/diagramColors", "/diagramDrawing",
+        "/tags",        "/chartStyle",    "/chartColorStyle",   "/comments",      "/themeOverride"};
+    return std::any_of(std::begin(kOwned), std::end(kOwned),
+                       [&](const char* end) { return EndsWith(type, end); });
+}
+
+std::u16string UpperAscii(std::u16string text) {
+    for (char16_t& c : text) {
+        if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
+    }
+    return text;
+}
+
+constexpr char kRelationshipsNs[] =
+    "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
+constexpr char kPackageRelsNs[] = "http://schemas.openxmlformats.org/package/2006/relationships";
+constexpr char kTagsType[] =
+    "application/vnd.openxmlformats-officedocument.presentationml.tags+xml";
+
 // What a character of the model came from in the XML.
 struct Source {
     enum class Kind { Run, Field, Break, ParagraphEnd } kind;
@@ -145,6 +211,16 @@ struct XmlPart {
     std::string name;
     pugi::xml_document doc;
     bool dirty = false;
+    bool removed = false;  // taken out of the package with its slide
+};
+
+// Where a slide of the package stands: its part, its relationship from the
+// presentation part, and its tags as the package holds them.
+struct SlidePart {
+    std::string part;
+    std::string relId;
+    std::string tagsPart;  // empty: the slide has no tags part
+    std::map<std::u16string, std::u16string> tags;
 };
 
 std::int32_t ColorOf(pugi::xml_node rPr) {
@@ -734,6 +810,362 @@ struct PptxDeck::State {
         return true;
     }
 
+    // --- Slides made or taken away by the run, and their tags --------------
+
+    std::map<std::shared_ptr<sim::SlideModel>, SlidePart> slideParts;
+    std::string mainPart;
+
+    XmlPart* Parsed(const std::string& name) {
+        for (XmlPart& p : parts) {
+            if (p.name == name && !p.removed) return &p;
+        }
+        return nullptr;
+    }
+
+    // A new XML part, known to the package at once so that names stay unique.
+    XmlPart& NewXml(const std::string& name) {
+        XmlPart& p = parts.emplace_back();
+        p.name = name;
+        p.dirty = true;
+        package.Put(name, "");
+        return p;
+    }
+
+    // "ppt/charts/chart3.xml" -> "ppt/charts/chart<first free number>.xml".
+    std::string FreeName(const std::string& like) const {
+        const std::size_t slash = like.rfind('/') == std::string::npos ? 0 : like.rfind('/') + 1;
+        std::size_t dot = like.rfind('.');
+        if (dot == std::string::npos || dot < slash) dot = like.size();
+        std::string stem = like.substr(0, dot);
+        while (stem.size() > slash && stem.back() >= '0' && stem.back() <= '9')
+            stem.pop_back();
+        for (int n = 1;; ++n) {
+            const std::string name = stem + std::to_string(n) + like.substr(dot);
+            if (!package.Find(name)) return name;
+        }
+    }
+
+    pugi::xml_node ContentTypes() {
+        XmlPart* p = Part("[Content_Types].xml");
+        return p ? p->doc.document_element() : pugi::xml_node();
+    }
+
+    pugi::xml_node OverrideOf(const std::string& part) {
+        const std::string name = "/" + part;
+        for (pugi::xml_node o : ContentTypes().children()) {
+            if (Is(o, "Override") && name == o.attribute("PartName").value()) return o;
+        }
+        return pugi::xml_node();
+    }
+
+    void AddOverride(const std::string& part, const std::string& type) {
+        pugi::xml_node types = ContentTypes();
+        if (!types || OverrideOf(part)) return;
+        pugi::xml_node o = types.append_child((PrefixOf(types) + "Override").c_str());
+        SetAttr(o, "PartName", "/" + part);
+        SetAttr(o, "ContentType", type);
+        Part("[Content_Types].xml")->dirty = true;
+    }
+
+    // The relationships part of `part`, made when it has none.
+    XmlPart* RelsOf(const std::string& part) {
+        const std::string name = RelsPathOf(part);
+        if (package.Find(name)) return Part(name);
+        XmlPart& rels = NewXml(name);
+        Declare(rels.doc);
+        rels.doc.append_child("Relationships").append_attribute("xmlns") = kPackageRelsNs;
+        return &rels;
+    }
+
+    static std::string FreeRelId(pugi::xml_node relationships) {
+        for (int n = 1;; ++n) {
+            const std::string id = "rId" + std::to_string(n);
+            bool used = false;
+            for (pugi::xml_node r : relationships.children()) {
+                used = used || id == r.attribute("Id").value();
+            }
+            if (!used) return id;
+        }
+    }
+
+    std::string AddRelationship(const std::string& from, const std::string& type,
+                                const std::string& to) {
+        XmlPart* rels = RelsOf(from);
+        if (!rels) return "";
+        pugi::xml_node root = rels->doc.document_element();
+        const std::string id = FreeRelId(root);
+        pugi::xml_node r = root.append_child((PrefixOf(root) + "Relationship").c_str());
+        SetAttr(r, "Id", id);
+        SetAttr(r, "Type", type);
+        SetAttr(r, "Target", RelativeTarget(from, to));
+        rels->dirty = true;
+        return id;
+    }
+
+    // Copies a part with the parts it owns (as OwnedBySlide says), under
+    // free names; `copied` maps each source part to its copy, and starts
+    // with the slide being copied so that a notes page points at its copy.
+    std::string CopyPart(const std::string& from, std::map<std::string, std::string>& copied) {
+        if (const auto it = copied.find(from); it != copied.end()) return it->second;
+        const std::string to = FreeName(from);
+        copied[from] = to;
+        if (XmlPart* parsed = Parsed(from)) {
+            XmlPart& copy = NewXml(to);
+            copy.doc.reset(parsed->doc);
+        } else if (const ZipPart* raw = package.Find(from)) {
+            std::string bytes = raw->bytes;
+            package.Put(to, std::move(bytes));
+        }
+        if (const pugi::xml_node o = OverrideOf(from))
+            AddOverride(to, o.attribute("ContentType").value());
+        CopyRelationships(from, to, copied);
+        return to;
+    }
+
+    void CopyRelationships(const std::string& from, const std::string& to,
+                           std::map<std::string, std::string>& copied) {
+        if (!package.Find(RelsPathOf(from))) return;
+        XmlPart* source = Part(RelsPathOf(from));
+        if (!source) return;
+        XmlPart& rels = NewXml(RelsPathOf(to));
+        rels.doc.reset(source->doc);
+        for (pugi::xml_node r : rels.doc.document_element().children()) {
+            if (!Is(r, "Relationship") ||
+                std::strcmp(r.attribute("TargetMode").value(), "External") == 0) {
+                continue;
+            }
+            const std::string target = Resolve(from, r.attribute("Target").value());
+            std::string now;
+            if (const auto it = copied.find(target); it != copied.end()) {
+                now = it->second;
+            } else if (OwnedBySlide(r.attribute("Type").value()) && package.Find(target)) {
+                now = CopyPart(target, copied);
+            } else {
+                continue;
+            }
+            SetAttr(r, "Target", WithFileName(r.attribute("Target").value(), now));
+        }
+    }
+
+    void RemovePart(const std::string& name) {
+        for (const std::string& n : {name, RelsPathOf(name)}) {
+            package.Remove(n);
+            if (XmlPart* p = Parsed(n)) {
+                p->removed = true;
+                p->dirty = false;
+            }
+            if (const pugi::xml_node o = OverrideOf(n)) {
+                o.parent().remove_child(o);
+                Part("[Content_Types].xml")->dirty = true;
+            }
+        }
+    }
+
+    // The slide's tags, from the tags part its custDataLst names.
+    bool ReadTags(SlidePart& slide) {
+        slide.tags.clear();
+        slide.tagsPart.clear();
+        XmlPart* p = Part(slide.part);
+        if (!p) return false;
+        const pugi::xml_node ref = Path(p->doc.document_element(), {"cSld", "custDataLst", "tags"});
+        if (!ref) return true;
+        const auto rels = Relationships(slide.part);
+        const auto target = rels.find(RelIdOf(ref));
+        if (target == rels.end() || !package.Find(target->second)) return error.empty();
+        XmlPart* tags = Part(target->second);
+        if (!tags) return false;
+        slide.tagsPart = target->second;
+        for (pugi::xml_node tag : tags->doc.document_element().children()) {
+            if (!Is(tag, "tag")) continue;
+            slide.tags[UpperAscii(Utf8ToUtf16(tag.attribute("name").value()))] =
+                Utf8ToUtf16(tag.attribute("val").value());
+        }
+        return true;
+    }
+
+    // Writes a slide's tags into its tags part, making the part (and the
+    // slide's reference to it) when the slide had none.
+    void WriteTags(const sim::SlideModel& slide, SlidePart& where) {
+        if (where.tagsPart.empty()) {
+            if (slide.tags.empty()) return;
+            XmlPart* page = Part(where.part);
+            if (!page) return;
+            where.tagsPart = FreeName("ppt/tags/tag1.xml");
+            NewXml(where.tagsPart);
+            AddOverride(where.tagsPart, kTagsType);
+            const std::string id = AddRelationship(
+                where.part, std::string(kRelationshipsNs) + "/tags", where.tagsPart);
+            pugi::xml_node root = page->doc.document_element();
+            std::string r;
+            for (pugi::xml_attribute a = root.first_attribute(); a; a = a.next_attribute()) {
+                if (std::strncmp(a.name(), "xmlns:", 6) == 0 &&
+                    std::strcmp(a.value(), kRelationshipsNs) == 0) {
+                    r = a.name() + 6;
+                }
+            }
+            if (r.empty()) {
+                r = "r";
+                SetAttr(root, "xmlns:r", kRelationshipsNs);
+            }
+            // Custom data follows the shape tree in a slide's common data.
+            pugi::xml_node cSld = Child(root, "cSld");
+            const std::string prefix = PrefixOf(cSld);
+            pugi::xml_node list = Child(cSld, "custDataLst");
+            if (!list) {
+                list = cSld.insert_child_after((prefix + "custDataLst").c_str(),
+                                               Child(cSld, "spTree"));
+            }
+            SetAttr(list.append_child((prefix + "tags").c_str()), (r + ":id").c_str(), id);
+            page->dirty = true;
+        }
+        XmlPart* tags = Part(where.tagsPart);
+        if (!tags) return;
+        tags->doc.reset();
+        Declare(tags->doc);
+        pugi::xml_node list = tags->doc.append_child("p:tagLst");
+        SetAttr(list, "xmlns:p", "http://schemas.openxmlformats.org/presentationml/2006/main");
+        for (const auto& [name, value] : slide.tags) {
+            pugi::xml_node tag = list.append_child("p:tag");
+            SetAttr(tag, "name", Utf16ToUtf8(name));
+            SetAttr(tag, "val", Utf16ToUtf8(value));
+        }
+        tags->dirty = true;
+        where.tags = slide.tags;
+    }
+
+    // The model of a copy, made by cloning its source's model, carries over
+    // onto the shapes read from the copied part: the same tree, now tied to
+    // XML of its own.
+    static bool Carry(const std::vector<std::shared_ptr<ShapeModel>>& from,
+                      const std::vector<std::shared_ptr<ShapeModel>>& into) {
+        if (from.size() != into.size()) return false;
+        for (std::size_t i = 0; i < from.size(); ++i) {
+            const ShapeModel& a = *from[i];
+            ShapeModel& b = *into[i];
+            if (a.id != b.id || a.type != b.type || !Carry(a.children, b.children)) return false;
+            if (a.hasTextFrame && b.hasTextFrame) b.frame = a.frame;
+            b.left = a.left, b.top = a.top, b.width = a.width, b.height = a.height;
+            b.deleted = a.deleted;
+            if (a.chart && b.chart) *b.chart = *a.chart;
+            if (a.smartArt && b.smartArt) *b.smartArt = *a.smartArt;
+            if (a.table && b.table && !Carry(a.table->cells, b.table->cells)) return false;
+        }
+        return true;
+    }
+
+    // Gives a copied slide parts of its own: its source's part and owned
+    // parts copied, a relationship from the presentation, and its shapes
+    // read from the copy.
+    bool MakeSlidePart(const std::shared_ptr<sim::SlideModel>& slide, const SlidePart& source,
+                       std::int32_t number) {
+        std::map<std::string, std::string> copied;
+        const std::string part = CopyPart(source.part, copied);
+        if (!error.empty()) return false;
+        SlidePart made;
+        made.part = part;
+        made.relId = AddRelationship(mainPart, std::string(kRelationshipsNs) + "/slide", part);
+        if (!ReadTags(made)) return false;
+        std::vector<std::shared_ptr<ShapeModel>> shapes, notesShapes;
+        const std::string where = "slide " + std::to_string(number);
+        SetPage(part, false);
+        if (!error.empty() || !ReadShapes(part, shapes, where)) return false;
+        const std::string notes = TargetOfType(part, "/notesSlide");
+        if (!notes.empty() && package.Find(notes)) {
+            SetPage(notes, true);
+            if (!error.empty() || !ReadShapes(notes, notesShapes, where + " notes")) return false;
+        }
+        if (!Carry(slide->shapes, shapes) || !Carry(slide->notesShapes, notesShapes)) {
+            error = where + ": the copy's shapes no longer match its source's";
+            return false;
+        }
+        slide->shapes = std::move(shapes);
+        slide->notesShapes = std::move(notesShapes);
+        slideParts[slide] = std::move(made);
+        return true;
+    }
+
+    // Brings the package's slides in line with the model's: parts for the
+    // copies a run made, the list in the model's order, deleted slides taken
+    // out, changed tags written.
+    bool ArrangeSlides() {
+        for (bool progress = true; progress;) {
+            progress = false;
+            std::int32_t number = 0;
+            bool waiting = false;
+            for (const auto& slide : model->slides) {
+                ++number;
+                if (slideParts.count(slide)) continue;
+                const SlidePart* source = nullptr;
+                for (const auto& [known, where] : slideParts) {
+                    if (slide->copiedFrom != 0 && known->slideId == slide->copiedFrom)
+                        source = &where;
+                }
+                if (!source) {
+                    waiting = true;
+                    continue;
+                }
+                const SlidePart from = *source;
+                if (!MakeSlidePart(slide, from, number)) return false;
+                progress = true;
+            }
+            if (!progress && waiting) {
+                error = "a new slide that copies no slide of the file can't be written";
+                return false;
+            }
+        }
+        XmlPart* presentation = Part(mainPart);
+        XmlPart* rels = Part(RelsPathOf(mainPart));
+        if (!presentation || !rels) return false;
+        // Slides gone from the model leave the package with their notes.
+        for (auto it = slideParts.begin(); it != slideParts.end();) {
+            if (std::find(model->slides.begin(), model->slides.end(), it->first) !=
+                model->slides.end()) {
+                ++it;
+                continue;
+            }
+            const std::string notes = TargetOfType(it->second.part, "/notesSlide");
+            for (pugi::xml_node r : rels->doc.document_element().children()) {
+                if (it->second.relId == r.attribute("Id").value()) {
+                    rels->doc.document_element().remove_child(r);
+                    rels->dirty = true;
+                    break;
+                }
+            }
+            if (!notes.empty()) RemovePart(notes);
+            RemovePart(it->second.part);
+            it = slideParts.erase(it);
+        }
+        // The list of slides in the model's order, rewritten only when it differs.
+        pugi::xml_node list = Child(presentation->doc.document_element(), "sldIdLst");
+        std::vector<std::int32_t> inFile, inModel;
+        for (pugi::xml_node id : list.children()) {
+            if (Is(id, "sldId")) inFile.push_back(id.attribute("id").as_int());
+        }
+        for (const auto& slide : model->slides)
+            inModel.push_back(slide->slideId);
+        if (inFile != inModel && list) {
+            std::string r = "r";
+            for (pugi::xml_node id : list.children()) {
+                for (pugi::xml_attribute a = id.first_attribute(); a; a = a.next_attribute()) {
+                    if (const char* colon = std::strchr(a.name(), ':')) r.assign(a.name(), colon);
+                }
+            }
+            const std::string prefix = PrefixOf(list);
+            while (list.first_child())
+                list.remove_child(list.first_child());
+            for (const auto& slide : model->slides) {
+                pugi::xml_node id = list.append_child((prefix + "sldId").c_str());
+                SetAttr(id, "id", std::to_string(slide->slideId));
+                SetAttr(id, (r + ":id").c_str(), slideParts[slide].relId);
+            }
+            presentation->dirty = true;
+        }
+        for (auto& [slide, where] : slideParts) {
+            if (slide->tags != where.tags) WriteTags(*slide, where);
+        }
+        return error.empty();
+    }
+
     bool Load(const std::string& path) {
         model = std::make_shared<sim::PresentationModel>();
         model->fullName = Utf8ToUtf16(path);
@@ -743,6 +1175,7 @@ struct PptxDeck::State {
             return false;
         }
         main = TargetOfType("", "/officeDocument");
+        mainPart = main;
         if (!error.empty()) return false;
         if (main.empty() || !package.Find(main)) {
             error = "not a presentation: no presentation part";
@@ -767,11 +1200,7 @@ struct PptxDeck::State {
             if (!Is(id, "sldId")) continue;
             ++number;
             // The relationship id is the prefixed id; the unprefixed one is the slide's.
-            std::string rid;
-            for (pugi::xml_attribute a = id.first_attribute(); a; a = a.next_attribute()) {
-                const char* colon = std::strchr(a.name(), ':');
-                if (colon && std::strcmp(colon + 1, "id") == 0) rid = a.value();
-            }
+            const std::string rid = RelIdOf(id);
             const auto target = rels.find(rid);
             if (target == rels.end()) {
                 error = main + ": slide " + std::to_string(number) + " has no relationship";
@@ -795,6 +1224,10 @@ struct PptxDeck::State {
                     return false;
                 }
             }
+            SlidePart part{target->second, rid, "", {}};
+            if (!ReadTags(part)) return false;
+            slide->tags = part.tags;
+            slideParts[slide] = std::move(part);
             model->slides.push_back(slide);
         }
         // New shapes take ids above every id the file holds.
@@ -846,7 +1279,10 @@ std::vector<FrameText> PptxDeck::Texts() const {
 std::string PptxDeck::Save(const std::string& path) {
     State& s = *state_;
     s.framesWritten = 0;
+    s.error.clear();
+    if (!s.ArrangeSlides()) return s.error.empty() ? "can't arrange the slides" : s.error;
     for (Frame& frame : s.frames) {
+        if (s.parts[frame.part].removed) continue;
         const sim::TextFrameModel& now = frame.shape->frame;
         const pugi::xml_node bodyPr = Child(frame.body, "bodyPr");
         const std::string prefix =
@@ -922,6 +1358,7 @@ std::string PptxDeck::Save(const std::string& path) {
         }
     }
     for (Placed& p : s.placed) {
+        if (s.parts[p.part].removed) continue;
         const ShapeModel& shape = *p.shape;
         if (shape.left == p.left && shape.top == p.top && shape.width == p.width &&
             shape.height == p.height) {

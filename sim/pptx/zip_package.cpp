@@ -2,6 +2,8 @@
 
 #include <zip.h>
 
+#include <algorithm>
+
 #include <cstdio>
 #include <memory>
 
@@ -123,6 +125,14 @@ void ZipPackage::Put(const std::string& name, std::string bytes) {
     } else {
         parts_.push_back({name, std::move(bytes)});
     }
+}
+
+bool ZipPackage::Remove(const std::string& name) {
+    const auto it = std::find_if(parts_.begin(), parts_.end(),
+                                 [&](const ZipPart& part) { return part.name == name; });
+    if (it == parts_.end()) return false;
+    parts_.erase(it);
+    return true;
 }
 
 const ZipPart* ZipPackage::Find(const std::string& name) const {

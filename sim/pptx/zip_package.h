@@ -32,6 +32,8 @@ class ZipPackage {
     const std::vector<ZipPart>& Parts() const { return parts_; }
     // Appends a part, or replaces the bytes of the part of that name.
     void Put(const std::string& name, std::string bytes);
+    // Takes a part out; false when there was none of that name.
+    bool Remove(const std::string& name);
     // Null when the package has no part of that name (names compare exactly).
     const ZipPart* Find(const std::string& name) const;
     ZipPart* Find(const std::string& name);

@@ -295,6 +295,94 @@ TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
     }
 }
 
+TEST_F(PptxDeckTest, BilingualCopiesAreSlidesOfTheirOwnBehindTheirSourcesAndAreFoundAgain) {
+    // A tag the user set on the first slide goes with its copy.
+    {
+        const auto deck = OpenKitchenSink();
+        ASSERT_TRUE(deck);
+        deck->Model()->slides[0]->tags[u"OWNER"] = u"finance";
+        ASSERT_EQ(deck->Save(Path("tagged.pptx")), "");
+    }
+    const auto input = PartsOf(Path("tagged.pptx"));
+    std::string err;
+    ASSERT_EQ(
+        RunCli("-q --to de --bilingual -o " + Path("de.pptx") + " " + Path("tagged.pptx"), err), 0)
+        << err;
+    std::string error;
+    auto out = PptxDeck::Open(Path("de.pptx"), error);
+    ASSERT_TRUE(out) << error;
+    const auto& slides = out->Model()->slides;
+    ASSERT_EQ(slides.size(), 6u);
+    const std::int32_t ids[] = {256, 261, 257, 260, 258, 259};  // copied last to first
+    for (std::size_t i = 0; i < slides.size(); ++i)
+        EXPECT_EQ(slides[i]->slideId, ids[i]) << i;
+    const std::map<std::u16string, std::u16string> sourceTags = {{u"OWNER", u"finance"}};
+    EXPECT_EQ(slides[0]->tags, sourceTags);
+    const std::map<std::u16string, std::u16string> copyTags = {
+        {u"OWNER", u"finance"}, {u"QUILLBROOK.BILINGUALCOPYOF", u"256"}};
+    EXPECT_EQ(slides[1]->tags, copyTags);
+    EXPECT_EQ(slides[3]->tags.at(u"QUILLBROOK.BILINGUALCOPYOF"), u"257");
+
+    auto texts = TextsByPlace(*out);
+    EXPECT_EQ(texts["slide 1, Title"], u"Quarterly report");
+    EXPECT_EQ(texts["slide 2, Title"], T(u"Quarterly report"));
+    EXPECT_EQ(texts["slide 1 notes, Notes Placeholder 2"], u"Speak slowly");
+    EXPECT_EQ(texts["slide 2 notes, Notes Placeholder 2"], T(u"Speak slowly"));
+    EXPECT_EQ(texts["slide 3, Outer, Inner, Deep"], u"Next steps");
+    EXPECT_EQ(texts["slide 4, Outer, Inner, Deep"], T(u"Next steps"));
+    EXPECT_EQ(texts["slide 4, Table, cell 2,1"], T(u"Merged region"));
+
+    // The sources keep every byte; the copies have parts of their own, and
+    // the copied notes page belongs to the copied slide.
+    const auto after = PartsOf(Path("de.pptx"));
+    for (const auto& [name, bytes] : input) {
+        ASSERT_TRUE(after.count(name)) << name;
+        if (name != "ppt/presentation.xml" && name != "ppt/_rels/presentation.xml.rels" &&
+            name != "[Content_Types].xml") {
+            EXPECT_EQ(after.at(name), bytes) << name;
+        }
+    }
+    EXPECT_NE(after.at("ppt/notesSlides/_rels/notesSlide2.xml.rels")
+                  .find(R"(Target="../slides/slide4.xml")"),
+              std::string::npos);
+    for (const char* part : {"/ppt/slides/slide4.xml", "/ppt/slides/slide6.xml",
+                             "/ppt/notesSlides/notesSlide2.xml", "/ppt/tags/tag2.xml"}) {
+        EXPECT_NE(after.at("[Content_Types].xml").find(std::string("PartName=\"") + part + "\""),
+                  std::string::npos)
+            << part;
+    }
+
+    // A second run finds the copies by their tags and writes on them again.
+    ASSERT_EQ(RunCli("-q --to fr --bilingual -o " + Path("fr.pptx") + " " + Path("de.pptx"), err),
+              0)
+        << err;
+    out = PptxDeck::Open(Path("fr.pptx"), error);
+    ASSERT_TRUE(out) << error;
+    EXPECT_EQ(out->Model()->slides.size(), 6u);
+    texts = TextsByPlace(*out);
+    EXPECT_EQ(texts["slide 1, Title"], u"Quarterly report");
+    EXPECT_EQ(texts["slide 2, Title"],
+              NormalizeTranslation(sim::PseudoTranslate(u"Quarterly report", u"fr")));
+    EXPECT_EQ(PartsOf(Path("fr.pptx")).size(), after.size());
+
+    // A copy deleted (as a cancelled run deletes what it made) leaves the
+    // package with its notes page.
+    auto& deck = out->Model()->slides;
+    deck[1]->deleted = true;
+    deck.erase(deck.begin() + 1);
+    ASSERT_EQ(out->Save(Path("fewer.pptx")), "");
+    const auto fewer = PartsOf(Path("fewer.pptx"));
+    for (const char* gone : {"ppt/slides/slide4.xml", "ppt/slides/_rels/slide4.xml.rels",
+                             "ppt/notesSlides/notesSlide2.xml"}) {
+        EXPECT_EQ(fewer.count(gone), 0u) << gone;
+        EXPECT_EQ(fewer.at("[Content_Types].xml").find(gone), std::string::npos) << gone;
+    }
+    out = PptxDeck::Open(Path("fewer.pptx"), error);
+    ASSERT_TRUE(out) << error;
+    ASSERT_EQ(out->Model()->slides.size(), 5u);
+    EXPECT_EQ(out->Model()->slides[1]->slideId, 257);
+}
+
 TEST_F(PptxDeckTest, ShapesSelectedOnAnotherSlideThanTheFirstAreTranslated) {
     // Shape ids are unique only within a slide, so the selected shape's id
     // is also on the first slide.
@@ -509,8 +597,6 @@ TEST_F(PptxDeckTest, OptionsAPresentationCantTakeAreRefused) {
         {"-o " + Path("out.pptx") + " " + Path("deck.json"), "a .pptx output needs a .pptx input"},
         {"-o " + Path("out.txt") + " " + Path("deck.pptx"),
          "the output of a .pptx input is a .pptx or a .json deck file"},
-        {"--bilingual -o " + Path("out.pptx") + " " + Path("deck.pptx"),
-         "--bilingual is not available for a .pptx yet"},
     };
     for (const auto& c : cases) {
         std::string err;

@@ -68,6 +68,12 @@ std::map<std::string, std::string> DeckWriter::Parts() const {
                 Box(2, "Notes Placeholder 2",
                     "<a:p><a:r><a:t>" + slides_[i].notes + "</a:t></a:r></a:p>") +
                 "</p:spTree></p:cSld></p:notes>";
+            // A notes page names its slide, as the files tools write do.
+            parts["ppt/notesSlides/_rels/notesSlide" + n + ".xml.rels"] =
+                std::string(kXmlHead) +
+                R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+                Rel("rId1", std::string(kRels) + "/slide", "../slides/slide" + n + ".xml") +
+                "</Relationships>";
         }
     }
     for (const auto& [name, type] : types_)
