@@ -170,6 +170,26 @@ std::u16string UpperAscii(std::u16string text) {
     return text;
 }
 
+constexpr char kDrawingNs[] = "http://schemas.openxmlformats.org/drawingml/2006/main";
+
+void SetAttr(pugi::xml_node node, const char* name, const std::string& value);
+
+// The prefix ("a:") a namespace has where `node` stands, declared on the
+// document's root as `fallback` when nothing in scope binds it.
+std::string PrefixFor(pugi::xml_node node, const char* ns, const std::string& fallback) {
+    pugi::xml_node root;
+    for (pugi::xml_node n = node; n && n.type() == pugi::node_element; n = n.parent()) {
+        root = n;
+        for (pugi::xml_attribute a = n.first_attribute(); a; a = a.next_attribute()) {
+            if (std::strcmp(a.value(), ns) != 0) continue;
+            if (std::strcmp(a.name(), "xmlns") == 0) return "";
+            if (std::strncmp(a.name(), "xmlns:", 6) == 0) return std::string(a.name() + 6) + ":";
+        }
+    }
+    SetAttr(root, ("xmlns:" + fallback).c_str(), ns);
+    return fallback + ":";
+}
+
 constexpr char kRelationshipsNs[] =
     "http://schemas.openxmlformats.org/officeDocument/2006/relationships";
 constexpr char kPackageRelsNs[] = "http://schemas.openxmlformats.org/package/2006/relationships";
@@ -199,12 +219,20 @@ struct Frame {
     std::vector<Source> sources;  // CharFormat::source - 1
 };
 
-// A shape whose position the file gives on the slide itself, as read.
+// How the coordinates of a group's children map onto the slide's (EMU):
+// slide = child * scale + offset. Groups may scale what they hold.
+struct Transform {
+    double scaleX = 1, scaleY = 1, offsetX = 0, offsetY = 0;
+};
+
+// A shape whose position the file gives itself, as read, and how that
+// position maps onto the slide.
 struct Placed {
     std::size_t part;
     pugi::xml_node xfrm;
     std::shared_ptr<ShapeModel> shape;
     float left, top, width, height;
+    Transform transform;
 };
 
 struct XmlPart {
@@ -665,13 +693,41 @@ struct PptxDeck::State {
         frames.push_back(std::move(frame));
     }
 
-    void ReadGeometry(pugi::xml_node xfrm, ShapeModel& shape) {
+    // The groups being read, innermost last: what their children's
+    // coordinates mean on the slide.
+    std::vector<Transform> groups;
+
+    Transform Current() const { return groups.empty() ? Transform() : groups.back(); }
+
+    // Slide coordinates in points, from a position the shape's own group
+    // (`t`) gives.
+    static void ReadGeometry(pugi::xml_node xfrm, ShapeModel& shape,
+                             const Transform& t = Transform()) {
         if (!xfrm) return;
         const pugi::xml_node off = Child(xfrm, "off"), ext = Child(xfrm, "ext");
-        shape.left = static_cast<float>(Attr(off, "x").as_llong()) / kEmuPerPoint;
-        shape.top = static_cast<float>(Attr(off, "y").as_llong()) / kEmuPerPoint;
-        shape.width = static_cast<float>(Attr(ext, "cx").as_llong()) / kEmuPerPoint;
-        shape.height = static_cast<float>(Attr(ext, "cy").as_llong()) / kEmuPerPoint;
+        const auto points = [](double emu) { return static_cast<float>(emu / kEmuPerPoint); };
+        shape.left = points(static_cast<double>(Attr(off, "x").as_llong()) * t.scaleX + t.offsetX);
+        shape.top = points(static_cast<double>(Attr(off, "y").as_llong()) * t.scaleY + t.offsetY);
+        shape.width = points(static_cast<double>(Attr(ext, "cx").as_llong()) * t.scaleX);
+        shape.height = points(static_cast<double>(Attr(ext, "cy").as_llong()) * t.scaleY);
+    }
+
+    // What a group's children's coordinates mean on the slide: its child
+    // extent is stretched onto its own extent.
+    Transform GroupTransform(pugi::xml_node xfrm) const {
+        const Transform outer = Current();
+        const auto value = [&](const char* child, const char* attr) {
+            return static_cast<double>(Attr(Child(xfrm, child), attr).as_llong());
+        };
+        const double cx = value("chExt", "cx"), cy = value("chExt", "cy");
+        const double sx = cx > 0 ? value("ext", "cx") / cx : 1;
+        const double sy = cy > 0 ? value("ext", "cy") / cy : 1;
+        Transform t;
+        t.scaleX = outer.scaleX * sx;
+        t.scaleY = outer.scaleY * sy;
+        t.offsetX = outer.scaleX * (value("off", "x") - value("chOff", "x") * sx) + outer.offsetX;
+        t.offsetY = outer.scaleY * (value("off", "y") - value("chOff", "y") * sy) + outer.offsetY;
+        return t;
     }
 
     void ReadNames(pugi::xml_node nv, ShapeModel& shape) {
@@ -742,14 +798,16 @@ struct PptxDeck::State {
                           : IsTrueAttr(Attr(Child(nv, "cNvSpPr"), "txBox")) ? ShapeType::TextBox
                                                                             : ShapeType::AutoShape;
             pugi::xml_node xfrm = Path(node, {"spPr", "xfrm"});
-            // Only a top-level shape's own position is in slide coordinates;
-            // inside a group it is in the group's, which may be scaled.
-            if (xfrm && depth == 0) placed.push_back({part, xfrm, shape, 0, 0, 0, 0});
+            const bool own = xfrm;
             const auto chain = Inheritance(Path(nv, {"nvPr", "ph"}), xfrm);
-            ReadGeometry(xfrm, *shape);
-            if (!placed.empty() && placed.back().shape == shape) {
-                placed.back().left = shape->left, placed.back().top = shape->top;
-                placed.back().width = shape->width, placed.back().height = shape->height;
+            // An inherited position is the layout's, in slide coordinates.
+            ReadGeometry(xfrm, *shape, own ? Current() : Transform());
+            // A shape standing where its placeholder does gets a position of
+            // its own only when the run moves or resizes it.
+            if (own || Child(node, "spPr")) {
+                placed.push_back({part, own ? xfrm : Child(node, "spPr"), shape, shape->left,
+                                  shape->top, shape->width, shape->height,
+                                  own ? Current() : Transform()});
             }
             if (const pugi::xml_node body = Child(node, "txBody")) {
                 ReadFrame(part, body, shape, where + ", " + Utf16ToUtf8(shape->name), chain);
@@ -757,17 +815,21 @@ struct PptxDeck::State {
         } else if (Is(node, "grpSp")) {
             ReadNames(Child(node, "nvGrpSpPr"), *shape);
             shape->type = ShapeType::Group;
-            ReadGeometry(Path(node, {"grpSpPr", "xfrm"}), *shape);
+            const pugi::xml_node xfrm = Path(node, {"grpSpPr", "xfrm"});
+            ReadGeometry(xfrm, *shape, Current());
             const std::string inner = where + ", " + Utf16ToUtf8(shape->name);
+            groups.push_back(GroupTransform(xfrm));
             for (pugi::xml_node c : node.children()) {
                 if (auto child = ReadShape(part, c, inner, depth + 1)) {
                     shape->children.push_back(child);
                 }
-                if (!error.empty()) return nullptr;
+                if (!error.empty()) break;
             }
+            groups.pop_back();
+            if (!error.empty()) return nullptr;
         } else if (Is(node, "graphicFrame")) {
             ReadNames(Child(node, "nvGraphicFramePr"), *shape);
-            ReadGeometry(Child(node, "xfrm"), *shape);
+            ReadGeometry(Child(node, "xfrm"), *shape, Current());
             const pugi::xml_node data = Path(node, {"graphic", "graphicData"});
             const std::string uri = Attr(data, "uri").value();
             if (const pugi::xml_node tbl = Child(data, "tbl")) {
@@ -783,10 +845,10 @@ struct PptxDeck::State {
         } else if (Is(node, "pic")) {
             ReadNames(Child(node, "nvPicPr"), *shape);
             shape->type = ShapeType::Picture;
-            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape, Current());
         } else if (Is(node, "cxnSp")) {
             ReadNames(Child(node, "nvCxnSpPr"), *shape);
-            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape);
+            ReadGeometry(Path(node, {"spPr", "xfrm"}), *shape, Current());
         } else {
             return nullptr;
         }
@@ -996,17 +1058,7 @@ struct PptxDeck::State {
             const std::string id = AddRelationship(
                 where.part, std::string(kRelationshipsNs) + "/tags", where.tagsPart);
             pugi::xml_node root = page->doc.document_element();
-            std::string r;
-            for (pugi::xml_attribute a = root.first_attribute(); a; a = a.next_attribute()) {
-                if (std::strncmp(a.name(), "xmlns:", 6) == 0 &&
-                    std::strcmp(a.value(), kRelationshipsNs) == 0) {
-                    r = a.name() + 6;
-                }
-            }
-            if (r.empty()) {
-                r = "r";
-                SetAttr(root, "xmlns:r", kRelationshipsNs);
-            }
+            const std::string r = PrefixFor(root, kRelationshipsNs, "r");
             // Custom data follows the shape tree in a slide's common data.
             pugi::xml_node cSld = Child(root, "cSld");
             const std::string prefix = PrefixOf(cSld);
@@ -1015,7 +1067,7 @@ struct PptxDeck::State {
                 list = cSld.insert_child_after((prefix + "custDataLst").c_str(),
                                                Child(cSld, "spTree"));
             }
-            SetAttr(list.append_child((prefix + "tags").c_str()), (r + ":id").c_str(), id);
+            SetAttr(list.append_child((prefix + "tags").c_str()), (r + "id").c_str(), id);
             page->dirty = true;
         }
         XmlPart* tags = Part(where.tagsPart);
@@ -1364,15 +1416,26 @@ std::string PptxDeck::Save(const std::string& path) {
             shape.height == p.height) {
             continue;
         }
-        const auto emu = [](float points) {
-            return std::to_string(static_cast<long long>(points * kEmuPerPoint + 0.5f));
+        // Back into the coordinates of the shape's group.
+        const Transform& t = p.transform;
+        const auto emu = [](double value) {
+            return std::to_string(static_cast<long long>(value + (value < 0 ? -0.5 : 0.5)));
         };
+        const auto at = [](float points) { return static_cast<double>(points) * kEmuPerPoint; };
+        if (Is(p.xfrm, "spPr")) {
+            // Position and size come first among a shape's properties.
+            const std::string a = PrefixFor(p.xfrm, kDrawingNs, "a");
+            pugi::xml_node xfrm = p.xfrm.prepend_child((a + "xfrm").c_str());
+            xfrm.append_child((a + "off").c_str());
+            xfrm.append_child((a + "ext").c_str());
+            p.xfrm = xfrm;
+        }
         pugi::xml_node off = Child(p.xfrm, "off"), ext = Child(p.xfrm, "ext");
-        if (!off || !ext) continue;
-        SetAttr(off, "x", emu(shape.left));
-        SetAttr(off, "y", emu(shape.top));
-        SetAttr(ext, "cx", emu(shape.width));
-        SetAttr(ext, "cy", emu(shape.height));
+        if (!off || !ext || t.scaleX <= 0 || t.scaleY <= 0) continue;
+        SetAttr(off, "x", emu((at(shape.left) - t.offsetX) / t.scaleX));
+        SetAttr(off, "y", emu((at(shape.top) - t.offsetY) / t.scaleY));
+        SetAttr(ext, "cx", emu(at(shape.width) / t.scaleX));
+        SetAttr(ext, "cy", emu(at(shape.height) / t.scaleY));
         p.left = shape.left, p.top = shape.top, p.width = shape.width, p.height = shape.height;
         s.parts[p.part].dirty = true;
     }

@@ -5,8 +5,11 @@
 // that hold no changed frame are written back with their original bytes.
 //
 // Not yet read: charts, SmartArt, inherited faces and colours (inherited
-// sizes and placeholder positions are); the geometry of shapes in groups or
-// without a position of their own isn't written.
+// sizes and placeholder positions are).
+//
+// Slides the run copies (bilingual copies) get parts of their own on save,
+// copied from their source's with the notes, charts and diagrams it owns;
+// slide tags live in tags parts; a deleted slide leaves the package.
 #pragma once
 
 #include <memory>

@@ -235,6 +235,51 @@ TEST_F(PptxDeckTest, SizesAndPositionsNotSetOnAShapeAreInherited) {
     // What a run doesn't change isn't written: no size lands on a run that had none.
     ASSERT_EQ(deck->Save(Path("same.pptx")), "");
     EXPECT_EQ(PartsOf(Path("same.pptx")), PartsOf(Path("styles.pptx")));
+    // A placeholder the run resizes gets a position of its own.
+    shapes[2]->height = 120.0f;
+    ASSERT_EQ(deck->Save(Path("taller.pptx")), "");
+    const auto taller = PptxDeck::Open(Path("taller.pptx"), error);
+    ASSERT_TRUE(taller) << error;
+    const sim::ShapeModel& title = *taller->Model()->slides[0]->shapes[2];
+    EXPECT_FLOAT_EQ(title.left, 20.0f);
+    EXPECT_FLOAT_EQ(title.width, 600.0f);
+    EXPECT_FLOAT_EQ(title.height, 120.0f);
+}
+
+TEST_F(PptxDeckTest, ShapesInScaledGroupsStandWhereTheSlideShowsThem) {
+    // The outer group doubles what it holds; the inner one halves it again
+    // and moves it.
+    const std::string box = DeckWriter::Box(4, "Deep", DeckWriter::Para("Inside"));
+    DeckWriter w;
+    w.Slide(R"(<p:grpSp><p:nvGrpSpPr><p:cNvPr id="2" name="Outer"/><p:cNvGrpSpPr/><p:nvPr/>)"
+            R"(</p:nvGrpSpPr><p:grpSpPr><a:xfrm><a:off x="1270000" y="0"/><a:ext cx="2540000")"
+            R"( cy="2540000"/><a:chOff x="0" y="0"/><a:chExt cx="1270000" cy="1270000"/></a:xfrm>)"
+            R"(</p:grpSpPr><p:grpSp><p:nvGrpSpPr><p:cNvPr id="3" name="Inner"/><p:cNvGrpSpPr/>)"
+            R"(<p:nvPr/></p:nvGrpSpPr><p:grpSpPr><a:xfrm><a:off x="127000" y="127000"/>)"
+            R"(<a:ext cx="1270000" cy="1270000"/><a:chOff x="0" y="0"/><a:chExt cx="2540000")"
+            R"( cy="2540000"/></a:xfrm></p:grpSpPr>)" +
+            box + "</p:grpSp></p:grpSp>");
+    w.Write(Path("groups.pptx"));
+    std::string error;
+    auto deck = PptxDeck::Open(Path("groups.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    sim::ShapeModel& deep = *deck->Model()->slides[0]->shapes[0]->children[0]->children[0];
+    // The box's own x=10pt, y=20pt, 200pt x 50pt, halved then doubled, and
+    // moved by the inner group's 10pt (doubled) and the outer group's 100pt.
+    EXPECT_FLOAT_EQ(deep.left, 100.0f + 2 * (10.0f + 0.5f * 10.0f));
+    EXPECT_FLOAT_EQ(deep.top, 2 * (10.0f + 0.5f * 20.0f));
+    EXPECT_FLOAT_EQ(deep.width, 200.0f);
+    EXPECT_FLOAT_EQ(deep.height, 50.0f);
+    deep.height = 80.0f;
+    ASSERT_EQ(deck->Save(Path("taller.pptx")), "");
+    EXPECT_NE(PartsOf(Path("taller.pptx")).at("ppt/slides/slide1.xml").find(R"(cy="1016000")"),
+              std::string::npos)
+        << "80pt in the box's own coordinates";
+    deck = PptxDeck::Open(Path("taller.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    const sim::ShapeModel& again = *deck->Model()->slides[0]->shapes[0]->children[0]->children[0];
+    EXPECT_FLOAT_EQ(again.height, 80.0f);
+    EXPECT_FLOAT_EQ(again.left, 130.0f);
 }
 
 TEST_F(PptxDeckTest, SavingWithoutChangesKeepsEveryPartByteForByte) {
