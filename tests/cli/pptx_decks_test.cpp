@@ -117,6 +117,62 @@ void Count(const pptx::PptxDeck& before, const pptx::PptxDeck& after, Row& row) 
     }
 }
 
+// Every frame's text on a slide and its notes page, groups and tables walked.
+void FrameTexts(const std::vector<std::shared_ptr<sim::ShapeModel>>& shapes,
+                std::vector<std::u16string>& into) {
+    for (const auto& shape : shapes) {
+        if (shape->hasTextFrame) into.push_back(shape->frame.text);
+        FrameTexts(shape->children, into);
+        if (shape->table) FrameTexts(shape->table->cells, into);
+    }
+}
+
+std::vector<std::u16string> FrameTexts(const sim::SlideModel& slide) {
+    std::vector<std::u16string> texts;
+    FrameTexts(slide.shapes, texts);
+    FrameTexts(slide.notesShapes, texts);
+    return texts;
+}
+
+// A bilingual run leaves every source slide as it was and puts a tagged
+// copy behind each slide it wrote on.
+void CheckBilingual(const pptx::PptxDeck& before, const fs::path& deck, const fs::path& work) {
+    const fs::path out = work / ("bilingual-" + deck.filename().string());
+    std::string err;
+    ASSERT_EQ(RunCli("-q --bilingual --to de -o '" + out.string() + "' '" + deck.string() + "'",
+                     err, (work / "stderr.txt").string()),
+              0)
+        << deck.filename() << ": " << err;
+    std::string error;
+    const auto after = pptx::PptxDeck::Open(out.string(), error);
+    ASSERT_TRUE(after) << deck.filename() << ": the bilingual output doesn't reopen: " << error;
+    const auto& sources = before.Model()->slides;
+    const auto& slides = after->Model()->slides;
+    std::size_t at = 0;
+    for (const auto& source : sources) {
+        ASSERT_LT(at, slides.size()) << deck.filename();
+        EXPECT_EQ(slides[at]->slideId, source->slideId) << deck.filename();
+        EXPECT_EQ(FrameTexts(*slides[at]), FrameTexts(*source))
+            << deck.filename() << ": source slide " << source->slideId << " changed";
+        ++at;
+        const auto tag = at < slides.size()
+                             ? slides[at]->tags.find(u"QUILLBROOK.BILINGUALCOPYOF")
+                             : std::map<std::u16string, std::u16string>::const_iterator();
+        if (at < slides.size() && tag != slides[at]->tags.end()) {
+            EXPECT_EQ(tag->second, Utf8ToUtf16(std::to_string(source->slideId))) << deck.filename();
+            const auto was = FrameTexts(*source), is = FrameTexts(*slides[at]);
+            EXPECT_EQ(is.size(), was.size()) << deck.filename();
+            for (std::size_t i = 0; i < was.size() && i < is.size(); ++i) {
+                if (HasLetter(was[i])) {
+                    EXPECT_TRUE(HasLetter(is[i])) << deck.filename() << ": a copy lost its text";
+                }
+            }
+            ++at;
+        }
+    }
+    EXPECT_EQ(at, slides.size()) << deck.filename() << ": slides that are neither";
+}
+
 Row RunDeck(const fs::path& deck, const fs::path& work) {
     Row row;
     row.deck = deck.filename().string();
@@ -145,6 +201,7 @@ Row RunDeck(const fs::path& deck, const fs::path& work) {
     EXPECT_EQ(after->Model()->slides.size(), before->Model()->slides.size()) << row.deck;
     row.outcome = "ok";
     Count(*before, *after, row);
+    CheckBilingual(*before, deck, work);
     return row;
 }
 
