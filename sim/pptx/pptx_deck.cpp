@@ -259,18 +259,42 @@ std::int32_t ColorOf(pugi::xml_node rPr) {
     return static_cast<std::int32_t>(((v >> 16) & 0xFF) | (v & 0xFF00) | ((v & 0xFF) << 16));
 }
 
+// The faces a theme gives the slots runs may name instead of a face.
+struct ThemeFonts {
+    std::u16string majorLatin, minorLatin, majorEastAsian, minorEastAsian;
+};
+
+// A face as a run names it; a theme slot ("+mn-lt") is the theme's face,
+// and without a theme that gives one the run names none.
+bool FaceOf(const char* face, const ThemeFonts* theme, std::u16string& out) {
+    if (!*face) return false;
+    if (*face != '+') {
+        out = Utf8ToUtf16(face);
+        return true;
+    }
+    if (!theme) return false;
+    const std::string slot = face;
+    out = slot == "+mj-lt"   ? theme->majorLatin
+          : slot == "+mn-lt" ? theme->minorLatin
+          : slot == "+mj-ea" ? theme->majorEastAsian
+          : slot == "+mn-ea" ? theme->minorEastAsian
+                             : std::u16string();
+    return !out.empty();
+}
+
 // `base` holds what the paragraph inherits.
-CharFormat FormatOf(pugi::xml_node rPr, const CharFormat& base) {
+CharFormat FormatOf(pugi::xml_node rPr, const CharFormat& base, const ThemeFonts* theme = nullptr) {
     CharFormat f = base;
     if (!rPr) return f;
-    if (const auto sz = Attr(rPr, "sz")) f.size = static_cast<float>(sz.as_int(1800)) / 100.0f;
+    const auto sz = Attr(rPr, "sz");
+    if (sz && sz.as_int() > 0) f.size = static_cast<float>(sz.as_int()) / 100.0f;
     if (const auto b = Attr(rPr, "b")) f.bold = IsTrueAttr(b) ? -1 : 0;
     if (const auto i = Attr(rPr, "i")) f.italic = IsTrueAttr(i) ? -1 : 0;
-    // Theme references ("+mn-lt") stay with the model's default face.
-    const char* latin = Attr(Child(rPr, "latin"), "typeface").value();
-    if (*latin && *latin != '+') f.name = f.nameAscii = Utf8ToUtf16(latin);
-    const char* ea = Attr(Child(rPr, "ea"), "typeface").value();
-    if (*ea && *ea != '+') f.nameFarEast = Utf8ToUtf16(ea);
+    std::u16string face;
+    if (FaceOf(Attr(Child(rPr, "latin"), "typeface").value(), theme, face)) {
+        f.name = f.nameAscii = face;
+    }
+    if (FaceOf(Attr(Child(rPr, "ea"), "typeface").value(), theme, face)) f.nameFarEast = face;
     const std::int32_t rgb = ColorOf(rPr);
     if (rgb >= 0) f.rgb = rgb;
     return f;
@@ -485,17 +509,20 @@ struct PptxDeck::State {
             return p ? p->doc.document_element() : pugi::xml_node();
         };
         if (notes) {
-            const pugi::xml_node master = tree(TargetOfType(pagePart, "/notesMaster"));
+            const std::string masterPart = TargetOfType(pagePart, "/notesMaster");
+            const pugi::xml_node master = tree(masterPart);
             masterTree = Path(master, {"cSld", "spTree"});
             masterStyles = Child(master, "notesStyle");
+            ReadTheme(masterPart);
             return;
         }
         const std::string layout = TargetOfType(pagePart, "/slideLayout");
         layoutTree = Path(tree(layout), {"cSld", "spTree"});
-        const pugi::xml_node master =
-            layout.empty() ? pugi::xml_node() : tree(TargetOfType(layout, "/slideMaster"));
+        const std::string masterPart = layout.empty() ? "" : TargetOfType(layout, "/slideMaster");
+        const pugi::xml_node master = tree(masterPart);
         masterTree = Path(master, {"cSld", "spTree"});
         masterStyles = Child(master, "txStyles");
+        ReadTheme(masterPart);
     }
 
     // The list styles a shape's text inherits, nearest first; `xfrm` is set
@@ -545,14 +572,38 @@ struct PptxDeck::State {
         return chain;
     }
 
-    // A paragraph level's size from the first list style that sets one.
-    static float InheritedSize(const std::vector<pugi::xml_node>& chain, int level) {
-        const std::string name = "lvl" + std::to_string(std::min(std::max(level, 1), 9)) + "pPr";
-        for (pugi::xml_node style : chain) {
-            const pugi::xml_attribute sz = Attr(Path(style, {name.c_str(), "defRPr"}), "sz");
-            if (sz && sz.as_int() > 0) return static_cast<float>(sz.as_int()) / 100.0f;
-        }
-        return CharFormat().size;
+    // What a paragraph's text inherits: each property from the nearest list
+    // style that sets it, then the paragraph's own defaults.
+    CharFormat InheritedFormat(const std::vector<pugi::xml_node>& chain, pugi::xml_node pPr) const {
+        const int level = std::min(std::max(Attr(pPr, "lvl").as_int(0) + 1, 1), 9);
+        const std::string name = "lvl" + std::to_string(level) + "pPr";
+        CharFormat f;
+        for (auto style = chain.rbegin(); style != chain.rend(); ++style)
+            f = FormatOf(Path(*style, {name.c_str(), "defRPr"}), f, &theme);
+        return FormatOf(Child(pPr, "defRPr"), f, &theme);
+    }
+
+    // The faces of the page's theme, which its master names.
+    ThemeFonts theme;
+
+    void ReadTheme(const std::string& masterPart) {
+        theme = ThemeFonts();
+        const std::string part = masterPart.empty() ? "" : TargetOfType(masterPart, "/theme");
+        if (part.empty() || !package.Find(part)) return;
+        // A theme that can't be read leaves the faces to the runs.
+        const std::string before = error;
+        const XmlPart* p = Part(part);
+        error = before;
+        if (!p) return;
+        const pugi::xml_node scheme =
+            Path(p->doc.document_element(), {"themeElements", "fontScheme"});
+        const auto face = [&](const char* font, const char* script) {
+            return Utf8ToUtf16(Attr(Path(scheme, {font, script}), "typeface").value());
+        };
+        theme.majorLatin = face("majorFont", "latin");
+        theme.minorLatin = face("minorFont", "latin");
+        theme.majorEastAsian = face("majorFont", "ea");
+        theme.minorEastAsian = face("minorFont", "ea");
     }
 
     // Parses a part once; null with `error` set when it is absent or broken.
@@ -655,8 +706,7 @@ struct PptxDeck::State {
         if (const pugi::xml_node own = Child(body, "lstStyle")) chain.insert(chain.begin(), own);
         for (std::size_t index = 0; index < frame.paragraphs.size(); ++index) {
             const pugi::xml_node p = frame.paragraphs[index];
-            CharFormat base;
-            base.size = InheritedSize(chain, Attr(Child(p, "pPr"), "lvl").as_int(0) + 1);
+            const CharFormat base = InheritedFormat(chain, Child(p, "pPr"));
             for (pugi::xml_node c : p.children()) {
                 if (Is(c, "r") || Is(c, "fld")) {
                     const bool field = Is(c, "fld");
@@ -664,19 +714,19 @@ struct PptxDeck::State {
                     const std::u16string piece = Utf8ToUtf16(Child(c, "t").text().get());
                     const CharFormat f = addSource({field ? Source::Kind::Field : Source::Kind::Run,
                                                     field ? Keep(c) : c, Keep(rPr),
-                                                    FormatOf(rPr, base), index, piece});
+                                                    FormatOf(rPr, base, &theme), index, piece});
                     text += piece;
                     formats.insert(formats.end(), piece.size(), f);
                 } else if (Is(c, "br")) {
                     const pugi::xml_node rPr = Child(c, "rPr");
                     text += u'\v';
-                    formats.push_back(addSource(
-                        {Source::Kind::Break, c, Keep(rPr), FormatOf(rPr, base), index, u""}));
+                    formats.push_back(addSource({Source::Kind::Break, c, Keep(rPr),
+                                                 FormatOf(rPr, base, &theme), index, u""}));
                 }
             }
             const pugi::xml_node end = Child(p, "endParaRPr");
-            const CharFormat endFormat = addSource(
-                {Source::Kind::ParagraphEnd, p, Keep(end), FormatOf(end, base), index, u""});
+            const CharFormat endFormat = addSource({Source::Kind::ParagraphEnd, p, Keep(end),
+                                                    FormatOf(end, base, &theme), index, u""});
             if (index + 1 < frame.paragraphs.size()) {
                 text += u'\r';
                 formats.push_back(endFormat);

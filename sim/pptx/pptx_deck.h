@@ -4,8 +4,9 @@
 // changed is written back into its XML at paragraph and run level. Parts
 // that hold no changed frame are written back with their original bytes.
 //
-// Not yet read: charts, SmartArt, inherited faces and colours (inherited
-// sizes and placeholder positions are).
+// Not yet read: charts, SmartArt. What a run doesn't set itself (size, bold,
+// italic, colour, Latin and East Asian faces, the theme's faces among them)
+// it inherits from its list styles, its placeholders and its master.
 //
 // Slides the run copies (bilingual copies) get parts of their own on save,
 // copied from their source's with the notes, charts and diagrams it owns;

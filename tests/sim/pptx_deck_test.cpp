@@ -26,6 +26,7 @@ namespace {
 
 using pptx::PptxDeck;
 using pptx::ZipPackage;
+using sim::CharFormat;
 using test::DeckWriter;
 
 std::string Group(int id, const std::string& name, const std::string& inner) {
@@ -244,6 +245,65 @@ TEST_F(PptxDeckTest, SizesAndPositionsNotSetOnAShapeAreInherited) {
     EXPECT_FLOAT_EQ(title.left, 20.0f);
     EXPECT_FLOAT_EQ(title.width, 600.0f);
     EXPECT_FLOAT_EQ(title.height, 120.0f);
+}
+
+TEST_F(PptxDeckTest, FacesBoldAndColoursNotSetOnARunAreInherited) {
+    DeckWriter w;
+    const std::string titleShape = Placeholder(2, R"(<p:ph type="title"/>)", "<a:lstStyle/>", "");
+    w.LayoutAndMaster(
+        titleShape, titleShape,
+        R"(<p:txStyles><p:titleStyle><a:lvl1pPr><a:defRPr sz="4000" b="1"><a:solidFill>)"
+        R"(<a:srgbClr val="0000FF"/></a:solidFill><a:latin typeface="+mj-lt"/>)"
+        R"(<a:ea typeface="+mj-ea"/></a:defRPr></a:lvl1pPr></p:titleStyle><p:bodyStyle>)"
+        R"(<a:lvl1pPr><a:defRPr sz="2000"><a:latin typeface="+mn-lt"/></a:defRPr></a:lvl1pPr>)"
+        R"(</p:bodyStyle><p:otherStyle/></p:txStyles>)");
+    w.Part(
+        "ppt/slideMasters/_rels/slideMaster1.xml.rels",
+        std::string(DeckWriter::kXmlHead) +
+            R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+            DeckWriter::Rel("rId1", std::string(DeckWriter::kRels) + "/theme",
+                            "../theme/theme1.xml") +
+            "</Relationships>");
+    w.Part("ppt/theme/theme1.xml",
+           std::string(DeckWriter::kXmlHead) + "<a:theme" + DeckWriter::kNs +
+               R"( name="T"><a:themeElements><a:fontScheme name="F"><a:majorFont>)"
+               R"(<a:latin typeface="Georgia"/><a:ea typeface="MS Mincho"/><a:cs typeface=""/>)"
+               R"(</a:majorFont><a:minorFont><a:latin typeface="Verdana"/><a:ea typeface=""/>)"
+               R"(<a:cs typeface=""/></a:minorFont></a:fontScheme></a:themeElements></a:theme>)");
+    w.Slide(Placeholder(2, R"(<p:ph type="title"/>)", "<a:lstStyle/>",
+                        "<a:p><a:r><a:t>Heading</a:t></a:r></a:p>") +
+            Placeholder(3, R"(<p:ph idx="1"/>)", "<a:lstStyle/>",
+                        "<a:p><a:r><a:t>Body text</a:t></a:r></a:p>"
+                        R"(<a:p><a:r><a:rPr><a:latin typeface="Arial"/></a:rPr>)"
+                        "<a:t>Own face</a:t></a:r></a:p>"));
+    w.Write(Path("faces.pptx"));
+    std::string error;
+    const auto deck = PptxDeck::Open(Path("faces.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    const auto& shapes = deck->Model()->slides[0]->shapes;
+    const CharFormat& title = shapes[0]->frame.formats[0];
+    EXPECT_EQ(title.name, u"Georgia");
+    EXPECT_EQ(title.nameFarEast, u"MS Mincho");
+    EXPECT_EQ(title.bold, -1);
+    EXPECT_EQ(title.rgb, 0xFF0000) << "blue, red in the low byte";
+    EXPECT_FLOAT_EQ(title.size, 40.0f);
+    const sim::TextFrameModel& body = shapes[1]->frame;
+    EXPECT_EQ(body.formats[0].name, u"Verdana");
+    EXPECT_EQ(body.formats[0].nameFarEast, CharFormat().nameFarEast) << "the theme gives none";
+    EXPECT_EQ(body.formats[body.text.find(u"Own")].name, u"Arial");
+
+    // Where the run keeps the source's faces, inherited faces stay inherited:
+    // the translated runs name none.
+    std::string err;
+    ASSERT_EQ(
+        RunCli("-q --to de --target-font '' -o " + Path("out.pptx") + " " + Path("faces.pptx"),
+               err),
+        0)
+        << err;
+    const std::string slide = PartsOf(Path("out.pptx")).at("ppt/slides/slide1.xml");
+    EXPECT_EQ(slide.find("Georgia"), std::string::npos) << slide;
+    EXPECT_EQ(slide.find("Verdana"), std::string::npos) << slide;
+    EXPECT_NE(slide.find(R"(<a:latin typeface="Arial"/>)"), std::string::npos) << slide;
 }
 
 TEST_F(PptxDeckTest, ShapesInScaledGroupsStandWhereTheSlideShowsThem) {
