@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "foundation/text.h"
+#include "sim/pptx/pptx_diagram.h"
 
 namespace qb::pptx {
 
@@ -358,6 +359,7 @@ struct PptxDeck::State {
     std::vector<Frame> frames;
     std::vector<Placed> placed;
     std::shared_ptr<sim::PresentationModel> model;
+    DiagramTexts diagrams;
     std::size_t framesWritten = 0;
     std::string error;
     // Copies of the properties and fields text came from: a write may take
@@ -700,7 +702,8 @@ struct PptxDeck::State {
             } else if (uri.find("/chart") != std::string::npos) {
                 shape->type = ShapeType::Chart;  // its text is not read yet
             } else if (uri.find("/diagram") != std::string::npos) {
-                shape->type = ShapeType::SmartArt;  // its text is not read yet
+                shape->type = ShapeType::SmartArt;
+                shape->smartArt = diagrams.Read(package, Relationships(parts[part].name), data);
             } else {
                 shape->type = ShapeType::AutoShape;
             }
@@ -939,6 +942,7 @@ std::string PptxDeck::Save(const std::string& path) {
         p.left = shape.left, p.top = shape.top, p.width = shape.width, p.height = shape.height;
         s.parts[p.part].dirty = true;
     }
+    s.diagrams.Write(s.package);
     for (XmlPart& part : s.parts) {
         if (!part.dirty) continue;
         std::ostringstream out;

@@ -1,10 +1,12 @@
 // A host over a presentation file: the package is read into the simulated
 // host's document model, so the engine meets the same objects and members
 // it meets in the simulated host, and on save every text frame the run
-// changed is written back into its XML at paragraph and run level. Parts
-// that hold no changed frame are written back with their original bytes.
+// changed is written back into its XML at paragraph and run level; so is
+// every SmartArt node, into its diagram's data part and the drawing part
+// readers show. Parts that hold no change are written back with their
+// original bytes.
 //
-// Not yet read: charts, SmartArt, inherited faces and colours (inherited
+// Not yet read: charts, inherited faces and colours (inherited
 // sizes and placeholder positions are); the geometry of shapes in groups or
 // without a position of their own isn't written.
 #pragma once
