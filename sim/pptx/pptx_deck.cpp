@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "foundation/text.h"
+#include "sim/pptx/pptx_diagram.h"
 
 namespace qb::pptx {
 
@@ -486,6 +487,7 @@ struct PptxDeck::State {
     std::vector<Frame> frames;
     std::vector<Placed> placed;
     std::shared_ptr<sim::PresentationModel> model;
+    DiagramTexts diagrams;
     std::size_t framesWritten = 0;
     std::string error;
     // Copies of the properties and fields text came from: a write may take
@@ -888,7 +890,8 @@ struct PptxDeck::State {
             } else if (uri.find("/chart") != std::string::npos) {
                 shape->type = ShapeType::Chart;  // its text is not read yet
             } else if (uri.find("/diagram") != std::string::npos) {
-                shape->type = ShapeType::SmartArt;  // its text is not read yet
+                shape->type = ShapeType::SmartArt;
+                shape->smartArt = diagrams.Read(package, Relationships(parts[part].name), data);
             } else {
                 shape->type = ShapeType::AutoShape;
             }
@@ -1022,8 +1025,13 @@ struct PptxDeck::State {
         const std::string to = FreeName(from);
         copied[from] = to;
         if (XmlPart* parsed = Parsed(from)) {
+            // Parsed parts may hold changes not yet saved; readers that go
+            // to the package's bytes meet the copy as it stands.
             XmlPart& copy = NewXml(to);
             copy.doc.reset(parsed->doc);
+            std::ostringstream bytes;
+            copy.doc.save(bytes, "", pugi::format_raw, pugi::encoding_utf8);
+            package.Put(to, bytes.str());
         } else if (const ZipPart* raw = package.Find(from)) {
             std::string bytes = raw->bytes;
             package.Put(to, std::move(bytes));
@@ -1489,6 +1497,7 @@ std::string PptxDeck::Save(const std::string& path) {
         p.left = shape.left, p.top = shape.top, p.width = shape.width, p.height = shape.height;
         s.parts[p.part].dirty = true;
     }
+    s.diagrams.Write(s.package);
     for (XmlPart& part : s.parts) {
         if (!part.dirty) continue;
         std::ostringstream out;

@@ -1,12 +1,14 @@
 // A host over a presentation file: the package is read into the simulated
 // host's document model, so the engine meets the same objects and members
 // it meets in the simulated host, and on save every text frame the run
-// changed is written back into its XML at paragraph and run level. Parts
-// that hold no changed frame are written back with their original bytes.
+// changed is written back into its XML at paragraph and run level; so is
+// every SmartArt node, into its diagram's data part and the drawing part
+// readers show. Parts that hold no change are written back with their
+// original bytes.
 //
-// Not yet read: charts, SmartArt. What a run doesn't set itself (size, bold,
-// italic, colour, Latin and East Asian faces, the theme's faces among them)
-// it inherits from its list styles, its placeholders and its master.
+// Not yet read: charts. What a run doesn't set itself (size, bold, italic,
+// colour, Latin and East Asian faces, the theme's faces among them) it
+// inherits from its list styles, its placeholders and its master.
 //
 // Slides the run copies (bilingual copies) get parts of their own on save,
 // copied from their source's with the notes, charts and diagrams it owns;
