@@ -4,9 +4,12 @@
 // changed is written back into its XML at paragraph and run level. Parts
 // that hold no changed frame are written back with their original bytes.
 //
-// Not yet read: charts, SmartArt, inherited faces and colours (inherited
-// sizes and placeholder positions are); the geometry of shapes in groups or
-// without a position of their own isn't written.
+// Charts are read with their caches and embedded workbook, and their
+// changed texts written back into both (pptx_chart.h).
+//
+// Not yet read: SmartArt, inherited faces and colours (inherited sizes and
+// placeholder positions are); the geometry of shapes in groups or without a
+// position of their own isn't written.
 #pragma once
 
 #include <memory>
@@ -14,6 +17,7 @@
 #include <vector>
 
 #include "sim/host/sim_model.h"
+#include "sim/pptx/pptx_chart.h"
 #include "sim/pptx/zip_package.h"
 
 namespace qb::pptx {
@@ -43,6 +47,10 @@ class PptxDeck {
     std::string Save(const std::string& path);
     // Frames written back by the last Save.
     std::size_t FramesWritten() const;
+    // Every text of the deck's charts as the file holds it (after a Save: as
+    // it was written), and the charts written back by the last Save.
+    std::vector<ChartText> ChartTexts() const;
+    std::size_t ChartsWritten() const;
 
   private:
     struct State;
