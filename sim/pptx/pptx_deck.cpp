@@ -850,6 +850,10 @@ std::size_t PptxDeck::ChartsWritten() const {
     return state_->charts.ChartsWritten();
 }
 
+const std::vector<std::string>& PptxDeck::ChartProblems() const {
+    return state_->charts.Problems();
+}
+
 std::vector<FrameText> PptxDeck::Texts() const {
     std::vector<FrameText> out;
     for (const Frame& f : state_->frames)

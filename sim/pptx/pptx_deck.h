@@ -51,6 +51,9 @@ class PptxDeck {
     // it was written), and the charts written back by the last Save.
     std::vector<ChartText> ChartTexts() const;
     std::size_t ChartsWritten() const;
+    // One line for each chart that couldn't be read (the run passes it
+    // over) and each chart whose workbook couldn't be (read around).
+    const std::vector<std::string>& ChartProblems() const;
 
   private:
     struct State;

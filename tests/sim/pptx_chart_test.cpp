@@ -305,20 +305,30 @@ TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
 
 TEST_F(PptxChartTest, AChartThatCantBeReadCostsOnlyItself) {
     const std::map<std::string, std::string> good = ChartDeck().Parts();
+    const std::string chart = "slide 1, Chart 3: ";
+    const std::string around = "; its caches are translated instead";
     const struct {
         std::string name;
-        std::string part;   // the part replaced ...
-        std::string bytes;  // ... by these; empty: left out
-        bool chartRead;     // the chart's own texts are still translated
+        std::string part;                 // the part replaced ...
+        std::string bytes;                // ... by these; empty: left out
+        bool chartRead;                   // the chart's own texts are still translated
+        std::string problem, problemEnd;  // the one line the deck gives for it
     } cases[] = {
-        {"broken chart", "ppt/charts/chart1.xml", "<c:chartSpace><c:chart>", false},
-        {"missing chart", "ppt/charts/chart1.xml", "", false},
+        {"broken chart", "ppt/charts/chart1.xml", "<c:chartSpace><c:chart>", false,
+         chart + "ppt/charts/chart1.xml: broken XML at byte ", ""},
+        {"missing chart", "ppt/charts/chart1.xml", "", false, chart + "the chart's part is missing",
+         ""},
         {"not a chart", "ppt/charts/chart1.xml",
-         "<c:chartSpace xmlns:c=\"urn:other\"><c:chart/></c:chartSpace>", false},
-        {"workbook not a zip", "ppt/embeddings/sheet1.xlsx", "PK but no zip", true},
+         "<c:chartSpace xmlns:c=\"urn:other\"><c:chart/></c:chartSpace>", false,
+         chart + "ppt/charts/chart1.xml: not a chart this host reads", ""},
+        {"workbook not a zip", "ppt/embeddings/sheet1.xlsx", "PK but no zip", true,
+         chart + "the chart's workbook can't be read (not a zip package)", around},
         {"broken sheet", "ppt/embeddings/sheet1.xlsx", Workbook("<worksheet><sheetData><row>"),
-         true},
-        {"missing workbook", "ppt/embeddings/sheet1.xlsx", "", true},
+         true, chart + "the chart's workbook can't be read (xl/worksheets/sheet1.xml: broken XML",
+         around},
+        {"missing workbook", "ppt/embeddings/sheet1.xlsx", "", true,
+         chart + "the chart's workbook can't be read (ppt/embeddings/sheet1.xlsx: part missing)",
+         around},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -330,6 +340,16 @@ TEST_F(PptxChartTest, AChartThatCantBeReadCostsOnlyItself) {
         const std::string path = Path("bad.pptx"), output = Path("bad-out.pptx");
         ASSERT_EQ(zip.Write(path), "");
         std::string err, error;
+        const auto in = PptxDeck::Open(path, error);
+        ASSERT_TRUE(in) << error;
+        ASSERT_EQ(in->ChartProblems().size(), 1u);
+        const std::string& line = in->ChartProblems()[0];
+        EXPECT_EQ(line.rfind(c.problem, 0), 0u) << line;
+        EXPECT_TRUE(
+            line.size() >= c.problemEnd.size() &&
+            line.compare(line.size() - c.problemEnd.size(), std::string::npos, c.problemEnd) == 0)
+            << line;
+        EXPECT_EQ(line.find('\n'), std::string::npos) << line;
         ASSERT_EQ(RunCli("-q --to de -o " + output + " " + path, err), 0) << err;
         const auto out = PptxDeck::Open(output, error);
         ASSERT_TRUE(out) << error;
@@ -375,6 +395,9 @@ TEST_F(PptxChartTest, AWorkbookOverTheLimitsIsReadAroundNotInto) {
     ASSERT_TRUE(chart);
     EXPECT_FALSE(chart->hasChartData);
     EXPECT_EQ(chart->series.at(0).name, u"Sales");
+    ASSERT_EQ(deck->ChartProblems().size(), 1u);
+    EXPECT_NE(deck->ChartProblems()[0].find("xl/media/pad.bin: part too large"), std::string::npos)
+        << deck->ChartProblems()[0];
     const auto full = PptxDeck::Open(Path("deck.pptx"), error);
     ASSERT_TRUE(full) << error;
     EXPECT_TRUE(full->Model()->slides[0]->shapes[1]->chart->hasChartData);
