@@ -394,7 +394,8 @@ struct PptxCharts::State {
                 Children(Child(multi, "multiLvlStrCache"), "lvl");
             if (!levels.empty()) points = ReadPoints(levels.front());
             // The innermost level is the first; in the sheet it is the last
-            // column (or row) of the range.
+            // column (or row) of the range. The formula names that column
+            // alone, as the model's categories are that level.
             RangeRef whole;
             if (ParseRange(reference, whole) && levels.size() > 1) {
                 const auto n = static_cast<std::int32_t>(levels.size());
