@@ -483,6 +483,7 @@ void WriteAutoSize(pugi::xml_node bodyPr, std::int32_t autoSize, const std::stri
 
 struct PptxDeck::State {
     ZipPackage package;
+    PptxCharts charts;
     std::deque<XmlPart> parts;
     std::vector<Frame> frames;
     std::vector<Placed> placed;
@@ -888,7 +889,11 @@ struct PptxDeck::State {
                 shape->type = ShapeType::Table;
                 ReadTable(part, tbl, *shape, where + ", " + Utf16ToUtf8(shape->name));
             } else if (uri.find("/chart") != std::string::npos) {
-                shape->type = ShapeType::Chart;  // its text is not read yet
+                shape->type = ShapeType::Chart;
+                const auto rels = Relationships(parts[part].name);
+                const auto target = rels.find(Attr(Child(data, "chart"), "id").value());
+                charts.Read(package, target == rels.end() ? "" : target->second, shape,
+                            where + ", " + Utf16ToUtf8(shape->name));
             } else if (uri.find("/diagram") != std::string::npos) {
                 shape->type = ShapeType::SmartArt;
                 shape->smartArt = diagrams.Read(package, Relationships(parts[part].name), data);
@@ -1362,6 +1367,7 @@ PptxDeck::~PptxDeck() = default;
 std::unique_ptr<PptxDeck> PptxDeck::Open(const std::string& path, std::string& error,
                                          const ZipLimits& limits) {
     auto state = std::make_unique<State>();
+    state->charts.SetLimits(limits);
     error = state->package.Read(path, limits);
     if (!error.empty()) return nullptr;
     if (!state->Load(path)) {
@@ -1377,6 +1383,18 @@ const std::shared_ptr<sim::PresentationModel>& PptxDeck::Model() const {
 
 std::size_t PptxDeck::FramesWritten() const {
     return state_->framesWritten;
+}
+
+std::vector<ChartText> PptxDeck::ChartTexts() const {
+    return state_->charts.Texts();
+}
+
+std::size_t PptxDeck::ChartsWritten() const {
+    return state_->charts.ChartsWritten();
+}
+
+const std::vector<std::string>& PptxDeck::ChartProblems() const {
+    return state_->charts.Problems();
 }
 
 std::vector<FrameText> PptxDeck::Texts() const {
@@ -1504,6 +1522,8 @@ std::string PptxDeck::Save(const std::string& path) {
         part.doc.save(out, "", pugi::format_raw, pugi::encoding_utf8);
         s.package.Put(part.name, out.str());
     }
+    const std::string charts = s.charts.Save(s.package);
+    if (!charts.empty()) return charts;
     return s.package.Write(path);
 }
 

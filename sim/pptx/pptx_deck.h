@@ -6,9 +6,12 @@
 // readers show. Parts that hold no change are written back with their
 // original bytes.
 //
-// Not yet read: charts. What a run doesn't set itself (size, bold, italic,
-// colour, Latin and East Asian faces, the theme's faces among them) it
-// inherits from its list styles, its placeholders and its master.
+// Charts are read with their caches and embedded workbook, and their
+// changed texts written back into both (pptx_chart.h).
+//
+// What a run doesn't set itself (size, bold, italic, colour, Latin and East
+// Asian faces, the theme's faces among them) it inherits from its list
+// styles, its placeholders and its master.
 //
 // Slides the run copies (bilingual copies) get parts of their own on save,
 // copied from their source's with the notes, charts and diagrams it owns;
@@ -20,6 +23,7 @@
 #include <vector>
 
 #include "sim/host/sim_model.h"
+#include "sim/pptx/pptx_chart.h"
 #include "sim/pptx/zip_package.h"
 
 namespace qb::pptx {
@@ -49,6 +53,13 @@ class PptxDeck {
     std::string Save(const std::string& path);
     // Frames written back by the last Save.
     std::size_t FramesWritten() const;
+    // Every text of the deck's charts as the file holds it (after a Save: as
+    // it was written), and the charts written back by the last Save.
+    std::vector<ChartText> ChartTexts() const;
+    std::size_t ChartsWritten() const;
+    // One line for each chart that couldn't be read (the run passes it
+    // over) and each chart whose workbook couldn't be (read around).
+    const std::vector<std::string>& ChartProblems() const;
 
   private:
     struct State;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+struct zip;  // libzip's archive
+
 namespace qb::pptx {
 
 struct ZipLimits {
@@ -25,9 +27,13 @@ class ZipPackage {
   public:
     // Empty on success, else one line naming what is wrong.
     std::string Read(const std::string& path, const ZipLimits& limits = ZipLimits());
+    // The same from a package held in memory (one embedded in another).
+    std::string ReadBytes(const std::string& bytes, const ZipLimits& limits = ZipLimits());
     // Writes beside `path` and renames over it, so a failed write leaves
     // nothing behind and never a half file. Empty on success.
     std::string Write(const std::string& path) const;
+    // The package as the bytes of a zip file. Empty on success.
+    std::string WriteBytes(std::string& bytes) const;
 
     const std::vector<ZipPart>& Parts() const { return parts_; }
     // Appends a part, or replaces the bytes of the part of that name.
@@ -39,6 +45,9 @@ class ZipPackage {
     ZipPart* Find(const std::string& name);
 
   private:
+    std::string ReadEntries(::zip* archive, const ZipLimits& limits);
+    std::string AddEntries(::zip* archive) const;
+
     std::vector<ZipPart> parts_;
 };
 

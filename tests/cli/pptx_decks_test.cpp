@@ -82,6 +82,7 @@ struct Row {
 // SmartArt node.
 struct OtherTexts {
     std::vector<std::u16string> chart, smartArt;
+    std::vector<std::u16string> fields;  // data labels that show the data: never changed
 };
 
 void AddNodes(const std::vector<sim::SmartArtNodeModel>& nodes, std::vector<std::u16string>& into) {
@@ -103,8 +104,11 @@ void CollectOther(const std::vector<std::shared_ptr<sim::ShapeModel>>& shapes, O
                 out.chart.push_back(series.name);
                 out.chart.insert(out.chart.end(), series.categories.begin(),
                                  series.categories.end());
-                for (const auto& label : series.dataLabels)
-                    out.chart.push_back(label.label.text);
+                for (const auto& label : series.dataLabels) {
+                    const bool field = label.showValue || label.showPercentage ||
+                                       label.showCategoryName || label.showSeriesName;
+                    (field ? out.fields : out.chart).push_back(label.label.text);
+                }
             }
         }
         if (shape->smartArt) AddNodes(shape->smartArt->nodes, out.smartArt);
@@ -271,6 +275,7 @@ Row RunDeck(const fs::path& deck, const fs::path& work) {
     const OtherTexts was = OtherTextsOf(*before), is = OtherTextsOf(*after);
     CountOther(row.deck, "chart", was.chart, is.chart, row.charts);
     CountOther(row.deck, "SmartArt", was.smartArt, is.smartArt, row.smartArt);
+    EXPECT_EQ(is.fields, was.fields) << row.deck << ": data labels that show the data changed";
     CheckBilingual(*before, deck, work);
     return row;
 }
