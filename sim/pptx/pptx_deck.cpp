@@ -942,6 +942,14 @@ struct PptxDeck::State {
         return nullptr;
     }
 
+    // Parts made or changed while slides are copied may be read again, by
+    // readers that go to the package's bytes: they meet the part as it stands.
+    void Sync(const XmlPart& part) {
+        std::ostringstream bytes;
+        part.doc.save(bytes, "", pugi::format_raw, pugi::encoding_utf8);
+        package.Put(part.name, bytes.str());
+    }
+
     // A new XML part, known to the package at once so that names stay unique.
     XmlPart& NewXml(const std::string& name) {
         XmlPart& p = parts.emplace_back();
@@ -1034,9 +1042,7 @@ struct PptxDeck::State {
             // to the package's bytes meet the copy as it stands.
             XmlPart& copy = NewXml(to);
             copy.doc.reset(parsed->doc);
-            std::ostringstream bytes;
-            copy.doc.save(bytes, "", pugi::format_raw, pugi::encoding_utf8);
-            package.Put(to, bytes.str());
+            Sync(copy);
         } else if (const ZipPart* raw = package.Find(from)) {
             std::string bytes = raw->bytes;
             package.Put(to, std::move(bytes));
@@ -1070,6 +1076,7 @@ struct PptxDeck::State {
             }
             SetAttr(r, "Target", WithFileName(r.attribute("Target").value(), now));
         }
+        Sync(rels);
     }
 
     void RemovePart(const std::string& name) {

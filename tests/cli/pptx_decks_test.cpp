@@ -225,6 +225,11 @@ void CheckBilingual(const pptx::PptxDeck& before, const fs::path& deck, const fs
         EXPECT_EQ(slides[at]->slideId, source->slideId) << deck.filename();
         EXPECT_EQ(FrameTexts(*slides[at]), FrameTexts(*source))
             << deck.filename() << ": source slide " << source->slideId << " changed";
+        OtherTexts sourceOther, keptOther;
+        CollectOther(source->shapes, sourceOther);
+        CollectOther(slides[at]->shapes, keptOther);
+        EXPECT_EQ(keptOther.chart, sourceOther.chart) << deck.filename();
+        EXPECT_EQ(keptOther.smartArt, sourceOther.smartArt) << deck.filename();
         ++at;
         const auto tag = at < slides.size()
                              ? slides[at]->tags.find(u"QUILLBROOK.BILINGUALCOPYOF")
@@ -238,6 +243,16 @@ void CheckBilingual(const pptx::PptxDeck& before, const fs::path& deck, const fs
                     EXPECT_TRUE(HasLetter(is[i])) << deck.filename() << ": a copy lost its text";
                 }
             }
+            // Charts and diagrams on the copy are its own, translated.
+            OtherTexts copyOther;
+            CollectOther(slides[at]->shapes, copyOther);
+            Reach charts, smartArt;
+            CountOther(deck.filename().string(), "copied chart", sourceOther.chart, copyOther.chart,
+                       charts);
+            CountOther(deck.filename().string(), "copied SmartArt", sourceOther.smartArt,
+                       copyOther.smartArt, smartArt);
+            EXPECT_EQ(charts.translated, charts.lettered) << deck.filename();
+            EXPECT_EQ(smartArt.translated, smartArt.lettered) << deck.filename();
             ++at;
         }
     }
