@@ -13,6 +13,7 @@
 
 #include "foundation/text.h"
 #include "sim/pptx/pptx_diagram.h"
+#include "sim/pptx/xml_nodes.h"
 
 namespace qb::pptx {
 
@@ -27,50 +28,15 @@ constexpr float kEmuPerPoint = 12700.0f;
 // rather than allowed to exhaust the stack.
 constexpr int kMaxGroupDepth = 64;
 
-// Element names without their prefix: files from other tools may bind the
-// drawing namespaces to other prefixes than the usual ones.
-const char* Local(pugi::xml_node node) {
-    const char* name = node.name();
-    const char* colon = std::strchr(name, ':');
-    return colon ? colon + 1 : name;
-}
-
-bool Is(pugi::xml_node node, const char* local) {
-    return node.type() == pugi::node_element && std::strcmp(Local(node), local) == 0;
-}
-
-pugi::xml_node Child(pugi::xml_node node, const char* local) {
-    for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
-        if (Is(c, local)) return c;
-    }
-    return {};
-}
-
-pugi::xml_node Path(pugi::xml_node node, std::initializer_list<const char*> locals) {
-    for (const char* local : locals) {
-        node = Child(node, local);
-        if (!node) return {};
-    }
-    return node;
-}
-
-// An attribute by local name ("r:id" is found as "id" only when asked for
-// with its prefix gone, so ask for the exact name where a prefix matters).
-pugi::xml_attribute Attr(pugi::xml_node node, const char* local) {
-    for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) {
-        const char* name = a.name();
-        const char* colon = std::strchr(name, ':');
-        if (std::strcmp(colon ? colon + 1 : name, local) == 0) return a;
-    }
-    return {};
-}
-
-// The prefix, with its colon, that an element's name carries.
-std::string PrefixOf(pugi::xml_node node) {
-    const std::string name = node.name();
-    const auto colon = name.find(':');
-    return colon == std::string::npos ? "" : name.substr(0, colon + 1);
-}
+// Elements and attributes by local name: files from other tools may bind
+// the drawing namespaces to other prefixes than the usual ones.
+using xml::Attr;
+using xml::Child;
+using xml::Is;
+using xml::Path;
+using xml::PrefixOf;
+using xml::RelsPathOf;
+using xml::Resolve;
 
 bool IsTrueAttr(pugi::xml_attribute a) {
     return a && (std::strcmp(a.value(), "1") == 0 || std::strcmp(a.value(), "true") == 0);
@@ -79,33 +45,6 @@ bool IsTrueAttr(pugi::xml_attribute a) {
 std::string Folder(const std::string& part) {
     const auto slash = part.rfind('/');
     return slash == std::string::npos ? "" : part.substr(0, slash + 1);
-}
-
-// A relationship target resolved against the folder of the part it is from.
-std::string Resolve(const std::string& fromPart, const std::string& target) {
-    std::string joined =
-        !target.empty() && target[0] == '/' ? target.substr(1) : Folder(fromPart) + target;
-    std::vector<std::string> segments;
-    std::stringstream in(joined);
-    std::string segment;
-    while (std::getline(in, segment, '/')) {
-        if (segment == "..") {
-            if (!segments.empty()) segments.pop_back();
-        } else if (!segment.empty() && segment != ".") {
-            segments.push_back(segment);
-        }
-    }
-    std::string out;
-    for (const std::string& s : segments)
-        out += (out.empty() ? "" : "/") + s;
-    return out;
-}
-
-std::string RelsPathOf(const std::string& part) {
-    const auto slash = part.rfind('/');
-    const std::string folder = slash == std::string::npos ? "" : part.substr(0, slash + 1);
-    const std::string file = slash == std::string::npos ? part : part.substr(slash + 1);
-    return folder + "_rels/" + file + ".rels";
 }
 
 constexpr unsigned kParseOptions =

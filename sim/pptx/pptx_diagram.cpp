@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "foundation/text.h"
+#include "sim/pptx/xml_nodes.h"
 
 namespace qb::pptx {
 
@@ -21,34 +22,10 @@ constexpr unsigned kParseOptions =
 
 // Names compare without their prefix: other tools bind the diagram and
 // drawing namespaces to prefixes of their own.
-const char* Local(const char* name) {
-    const char* colon = std::strchr(name, ':');
-    return colon ? colon + 1 : name;
-}
-
-bool Is(pugi::xml_node node, const char* local) {
-    return node.type() == pugi::node_element && std::strcmp(Local(node.name()), local) == 0;
-}
-
-pugi::xml_node Child(pugi::xml_node node, const char* local) {
-    for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
-        if (Is(c, local)) return c;
-    }
-    return {};
-}
-
-pugi::xml_attribute Attr(pugi::xml_node node, const char* local) {
-    for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) {
-        if (std::strcmp(Local(a.name()), local) == 0) return a;
-    }
-    return {};
-}
-
-std::string PrefixOf(pugi::xml_node node) {
-    const std::string name = node.name();
-    const auto colon = name.find(':');
-    return colon == std::string::npos ? "" : name.substr(0, colon + 1);
-}
+using xml::Attr;
+using xml::Child;
+using xml::Is;
+using xml::PrefixOf;
 
 // --- Text bodies ----------------------------------------------------------
 
