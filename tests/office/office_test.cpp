@@ -234,6 +234,12 @@ std::vector<std::u16string> Pieces(const std::u16string& paragraph,
     return pieces;
 }
 
+std::string RelsPart(const std::string& rels) {
+    return std::string(DeckWriter::kXmlHead) +
+           R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)" +
+           rels + "</Relationships>";
+}
+
 // --- Our own decks ----------------------------------------------------------
 
 // A run with more run properties (attributes, then elements).
@@ -530,6 +536,49 @@ INSTANTIATE_TEST_SUITE_P(Decks, OwnDeckTest,
                              return std::string(OwnDecks()[std::get<0>(info.param)].name) + "_" +
                                     std::get<1>(info.param);
                          });
+
+// The package check itself: each way of breaking a package is one problem,
+// and the intact package has none.
+TEST(PackageCheck, NamesEachBrokenRule) {
+    struct Case {
+        const char* what;
+        std::function<void(DeckWriter&)> spoil;
+        const char* problem;  // the start of the one problem; empty: none
+    };
+    const std::string rel = DeckWriter::Rel("rId7", std::string(DeckWriter::kRels) + "/image",
+                                            "../media/logo%20big.png");
+    const std::vector<Case> cases = {
+        {"intact", [](DeckWriter&) {}, ""},
+        {"broken XML",
+         [](DeckWriter& w) { w.Part("ppt/slides/slide1.xml", "<p:sld><p:cSld></p:sld>"); },
+         "ppt/slides/slide1.xml: not well-formed XML"},
+        {"dangling target",
+         [&](DeckWriter& w) { w.Part("ppt/slides/_rels/slide1.xml.rels", RelsPart(rel)); },
+         "ppt/slides/_rels/slide1.xml.rels: rId7 targets ../media/logo big.png"},
+        {"no content type", [](DeckWriter& w) { w.Part("ppt/media/clip.bin", "\x01\x02"); },
+         "ppt/media/clip.bin: no content type"},
+        {"escaped target present",
+         [&](DeckWriter& w) {
+             w.Part("ppt/slides/_rels/slide1.xml.rels", RelsPart(rel));
+             w.Part("ppt/media/logo big.png", "png", "image/png");
+         },
+         ""},
+    };
+    for (const Case& c : cases) {
+        DeckWriter w;
+        w.Slide(DeckWriter::Box(2, "Title", DeckWriter::Para("Hello")));
+        c.spoil(w);
+        const fs::path path = Work() / "check.pptx";
+        ASSERT_EQ(w.Write(path.string()), "");
+        const auto problems = test::PackageProblems(path.string());
+        if (std::string(c.problem).empty()) {
+            EXPECT_EQ(problems, std::vector<std::string>()) << c.what;
+        } else {
+            ASSERT_EQ(problems.size(), 1u) << c.what;
+            EXPECT_EQ(problems[0].rfind(c.problem, 0), 0u) << c.what << ": " << problems[0];
+        }
+    }
+}
 
 // --- Decks other tools wrote -------------------------------------------------
 
