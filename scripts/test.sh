@@ -90,9 +90,10 @@ for fuzzer in build/asan/tests/fuzz/*_fuzz; do
   corpus="build/fuzz-corpus/$name"
   mkdir -p "$corpus"
   seeds="tests/fuzz/seeds/${name%_fuzz}"
-  # A presentation is a zip package: its smallest seeds are a few KiB.
+  # A presentation is a zip package, or its parts as text: its seeds are a
+  # few KiB.
   max_len=1024
-  [ "$name" = pptx_fuzz ] && max_len=4096
+  [ "$name" = pptx_fuzz ] && max_len=6144
   if timeout 900 "$fuzzer" -runs="$FUZZ_RUNS" -max_len="$max_len" -seed=1 "$corpus" "$seeds" \
        >"build/logs/$name.log" 2>&1; then
     tail -n 1 "build/logs/$name.log"
