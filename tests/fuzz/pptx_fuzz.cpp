@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "bench/bench_decks.h"
@@ -62,6 +64,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     if (!dir) dir = mkdtemp(tmp);
     if (!dir) __builtin_trap();
     folder = dir;
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    });
     qb::platform::SetKnownFolderForTesting(qb::platform::KnownFolder::LocalAppData,
                                            qb::Utf8ToUtf16(folder));
     return 0;
