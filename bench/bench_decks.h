@@ -2,14 +2,18 @@
 // of four paragraphs, a table, a group and notes, as a sales review has them.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "foundation/text.h"
+#include "run/batch_loop.h"
 #include "run/run_steps.h"
 #include "sim/host/deck_builder.h"
 #include "sim/host/sim_host.h"
 #include "slides/automation.h"
+#include "slides/collect.h"
 #include "slides/writeback.h"
 
 namespace qb::bench {
@@ -61,6 +65,59 @@ inline std::int32_t WriteSlides(const RunContext& run, const RunLists& lists, st
         ApplySlide(args, applied, error);
     }
     return applied;
+}
+
+// The worker's body over `texts` with the given config's transport; the
+// error code it ended with, empty when it translated everything.
+inline std::u16string RunWorker(TranslateClientConfig& config,
+                                const std::vector<std::u16string>& texts,
+                                const std::vector<SlideSpan>& spans,
+                                std::vector<std::u16string>& translations) {
+    std::u16string message, code;
+    std::atomic<HRESULT> outcome{S_OK};
+    std::atomic<std::int32_t> ready{0};
+    WorkerArgs args;
+    args.config = &config;
+    args.texts = &texts;
+    args.translations = &translations;
+    args.errorMessage = &message;
+    args.errorCode = &code;
+    args.workerResult = &outcome;
+    args.spans = &spans;
+    args.readySpans = &ready;
+    WorkerMain(args);
+    return code;
+}
+
+// A transport that answers every batch at once.
+inline TranslateBatchResult Instant(const TranslateBatchRequest& request) {
+    TranslateBatchResult result;
+    result.ok = true;
+    for (const std::u16string& text : request.texts)
+        result.translations.push_back(u"DE " + text);
+    return result;
+}
+
+// A whole run's work on the host's first window without its pacing: the
+// deck collected, translated by an instant service, every slide written and
+// fitted. The count of units written.
+inline std::int32_t TranslateAtOnce(sim::SimHost& host) {
+    RunOptions options;
+    options.targetFont = u"Times New Roman";
+    const RunContext run = Context(host, options);
+    RunLists lists;
+    std::u16string message;
+    if (FAILED(CollectDeck(run, true, lists, message))) return 0;
+    TranslateClientConfig config;
+    config.nativeRoad = Instant;
+    if (!RunWorker(config, lists.texts, lists.spans, lists.translations).empty()) return 0;
+    host::HostRef slides;
+    std::int32_t count = 0;
+    if (FAILED(host::GetObject(run.presentation, u"Slides", slides)) ||
+        FAILED(host::GetInt32(slides, u"Count", count))) {
+        return 0;
+    }
+    return WriteSlides(run, lists, count);
 }
 
 }  // namespace qb::bench

@@ -27,34 +27,8 @@ namespace {
 
 using namespace qb;
 
-// The worker's body over `texts` with the given config's transport.
-std::u16string RunWorker(TranslateClientConfig& config, const std::vector<std::u16string>& texts,
-                         const std::vector<SlideSpan>& spans,
-                         std::vector<std::u16string>& translations) {
-    std::u16string message, code;
-    std::atomic<HRESULT> outcome{S_OK};
-    std::atomic<std::int32_t> ready{0};
-    WorkerArgs args;
-    args.config = &config;
-    args.texts = &texts;
-    args.translations = &translations;
-    args.errorMessage = &message;
-    args.errorCode = &code;
-    args.workerResult = &outcome;
-    args.spans = &spans;
-    args.readySpans = &ready;
-    WorkerMain(args);
-    return code;
-}
-
-// A transport that answers every batch at once.
-TranslateBatchResult Instant(const TranslateBatchRequest& request) {
-    TranslateBatchResult result;
-    result.ok = true;
-    for (const std::u16string& text : request.texts)
-        result.translations.push_back(u"DE " + text);
-    return result;
-}
+using bench::Instant;
+using bench::RunWorker;
 
 // A run of `units` units on slides of 20, each text about a line long.
 void WorkerLoop(benchmark::State& state) {

@@ -14,7 +14,7 @@ latencies=${BENCH_LATENCY:-250 1000}
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset native >/dev/null
 cmake --build build/native -j"$jobs" \
-  --target qb-translate qb_run_bench qb_host_calls_bench >/dev/null
+  --target qb-translate qb_run_bench qb_host_calls_bench qb_pptx_bench >/dev/null
 bin=build/native
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -30,6 +30,7 @@ done
 $bin/bench/qb_host_calls_bench --tsv >"$work/host_calls.tsv"
 $bin/bench/qb_run_bench --benchmark_format=json \
   --benchmark_filter='EngineRun|BatchJson|RunMemory' >"$work/run_bench.json" 2>/dev/null
+$bin/bench/qb_pptx_bench --benchmark_format=json >"$work/pptx_bench.json" 2>/dev/null
 
 python3 - "$work" "$deck" "$latencies" <<'PY'
 import json, os, sys
@@ -72,6 +73,12 @@ row("JSON per 20-unit batch (request out, answer in)",
     "write %.1f us, read %.1f us" % (ns(write) / 1e3, ns(read) / 1e3))
 memory = [b for n, b in bench.items() if n.startswith("RunMemory")][0]
 row("memory per unit (a run's lists, translated)", "%.0f bytes" % memory["bytes_per_unit"], "heap in use")
+
+pptx = {b["name"]: b for b in json.load(open(os.path.join(work, "pptx_bench.json")))["benchmarks"]}
+whole, opened = pptx["PptxTranslate"], pptx["PptxOpen"]
+row(".pptx open + translate + save, instant service (%d slides, %d units)" % (whole["slides"], whole["units"]),
+    "%.0f slides/s" % (whole["slides"] / (ns(whole) / 1e9)),
+    "CPU %.0f ms a deck, of which open %.0f ms; unpaced" % (ns(whole) / 1e6, ns(opened) / 1e6))
 
 for name, path in (("PptAddin-x86.dll", "build/win32/ppt-addin/PptAddin-x86.dll"),
                    ("PptAddin-x64.dll", "build/win64/ppt-addin/PptAddin-x64.dll")):

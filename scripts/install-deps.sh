@@ -19,7 +19,8 @@ else
            libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
            libzip-dev libpugixml-dev \
            g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
-           libwine-dev python3 nsis xvfb xauth wine wine64 chromium fonts-dejavu-core; do
+           libwine-dev python3 nsis xvfb xauth wine wine64 chromium fonts-dejavu-core \
+           libreoffice-impress poppler-utils; do
     have_pkg "$p" || need+=("$p")
   done
   have_pkg wine32:i386 || need+=(wine32:i386 libgstreamer-plugins-base1.0-0:i386)

@@ -29,25 +29,11 @@ using pptx::ZipPackage;
 using sim::CharFormat;
 using test::DeckWriter;
 
-std::string Group(int id, const std::string& name, const std::string& inner) {
-    return R"(<p:grpSp><p:nvGrpSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
-           R"("/><p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>)" + inner + "</p:grpSp>";
-}
-
-std::string Cell(const std::string& text, const std::string& attrs = "") {
-    return "<a:tc" + attrs + "><a:txBody><a:bodyPr/><a:lstStyle/>" +
-           (text.empty() ? "<a:p><a:endParaRPr lang=\"en-US\"/></a:p>" : DeckWriter::Para(text)) +
-           "</a:txBody><a:tcPr/></a:tc>";
-}
-
-std::string Table(int id, const std::string& rows) {
-    return R"(<p:graphicFrame><p:nvGraphicFramePr><p:cNvPr id=")" + std::to_string(id) +
-           R"(" name="Table"/><p:cNvGraphicFramePr/><p:nvPr/></p:nvGraphicFramePr>)"
-           R"(<p:xfrm><a:off x="0" y="0"/><a:ext cx="3000000" cy="1000000"/></p:xfrm>)"
-           R"(<a:graphic><a:graphicData uri="http://schemas.openxmlformats.org/drawingml/2006/table">)"
-           R"(<a:tbl><a:tblGrid><a:gridCol w="1500000"/><a:gridCol w="1500000"/></a:tblGrid>)" +
-           rows + "</a:tbl></a:graphicData></a:graphic></p:graphicFrame>";
-}
+using test::Cell;
+using test::Group;
+using test::Level;
+using test::Placeholder;
+using test::Table;
 
 const std::string kPicture =
     R"(<p:pic><p:nvPicPr><p:cNvPr id="9" name="Logo"/><p:cNvPicPr/><p:nvPr/></p:nvPicPr>)"
@@ -113,7 +99,7 @@ class PptxDeckTest : public testing::Test {
 
     // The kitchen-sink deck written and opened, failing the test otherwise.
     std::unique_ptr<PptxDeck> OpenKitchenSink() {
-        KitchenSink().Write(Path("deck.pptx"));
+        EXPECT_EQ(KitchenSink().Write(Path("deck.pptx")), "");
         std::string error;
         auto deck = PptxDeck::Open(Path("deck.pptx"), error);
         EXPECT_TRUE(deck) << error;
@@ -129,7 +115,7 @@ class PptxDeckTest : public testing::Test {
 
 TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
     const std::string path = Path("deck.pptx");
-    KitchenSink().Write(path);
+    ASSERT_EQ(KitchenSink().Write(path), "");
     std::string error;
     const auto deck = PptxDeck::Open(path, error);
     ASSERT_TRUE(deck) << error;
@@ -173,19 +159,6 @@ TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {
     EXPECT_FLOAT_EQ(model.slides[0]->shapes[1]->width, 200.0f);
 }
 
-// A placeholder's text with a list style of one level's size.
-std::string Placeholder(int id, const std::string& ph, const std::string& lstStyle,
-                        const std::string& paragraphs, const std::string& xfrm = "") {
-    return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) +
-           R"(" name="P"/><p:cNvSpPr/><p:nvPr>)" + ph + R"(</p:nvPr></p:nvSpPr><p:spPr>)" + xfrm +
-           R"(</p:spPr><p:txBody><a:bodyPr/>)" + lstStyle + paragraphs + "</p:txBody></p:sp>";
-}
-
-std::string Level(int level, int sz) {
-    return "<a:lvl" + std::to_string(level) + "pPr><a:defRPr sz=\"" + std::to_string(sz) +
-           "\"/></a:lvl" + std::to_string(level) + "pPr>";
-}
-
 TEST_F(PptxDeckTest, SizesAndPositionsNotSetOnAShapeAreInherited) {
     DeckWriter w;
     w.DefaultTextStyle("<p:defaultTextStyle>" + Level(1, 2000) + "</p:defaultTextStyle>");
@@ -208,7 +181,7 @@ TEST_F(PptxDeckTest, SizesAndPositionsNotSetOnAShapeAreInherited) {
                     DeckWriter::Para("Level one") + para2) +
         Placeholder(6, R"(<p:ph idx="1"/>)", "<a:lstStyle>" + Level(1, 1500) + "</a:lstStyle>",
                     DeckWriter::Para("Frame's own")));
-    w.Write(Path("styles.pptx"));
+    ASSERT_EQ(w.Write(Path("styles.pptx")), "");
     std::string error;
     const auto deck = PptxDeck::Open(Path("styles.pptx"), error);
     ASSERT_TRUE(deck) << error;
@@ -353,7 +326,7 @@ TEST_F(PptxDeckTest, SavingWithoutChangesKeepsEveryPartByteForByte) {
 
 TEST_F(PptxDeckTest, TheFrontEndTranslatesEveryTextAndKeepsTheRest) {
     const std::string path = Path("deck.pptx");
-    KitchenSink().Write(path);
+    ASSERT_EQ(KitchenSink().Write(path), "");
     const std::string input = test::ReadFileBytes(Utf8ToUtf16(path));
     std::string err;
     ASSERT_EQ(RunCli("-q --to de " + path, err), 0) << err;
@@ -496,7 +469,7 @@ TEST_F(PptxDeckTest, ShapesSelectedOnAnotherSlideThanTheFirstAreTranslated) {
             DeckWriter::Box(3, "B", DeckWriter::Para("Beta")));
     w.Slide(DeckWriter::Box(3, "C", DeckWriter::Para("Gamma")) +
             DeckWriter::Box(4, "D", DeckWriter::Para("Delta")));
-    w.Write(Path("deck.pptx"));
+    ASSERT_EQ(w.Write(Path("deck.pptx")), "");
     std::string err;
     ASSERT_EQ(
         RunCli("-q --to de --select shapes:2:1 -o " + Path("out.pptx") + " " + Path("deck.pptx"),
@@ -586,7 +559,7 @@ TEST_F(PptxDeckTest, ParagraphsThatComeAndGoTakeTheirNeighboursProperties) {
 
 TEST_F(PptxDeckTest, DamagedFilesGiveOneLineAndWriteNothing) {
     const std::string good = Path("good.pptx");
-    KitchenSink().Write(good);
+    ASSERT_EQ(KitchenSink().Write(good), "");
     const std::string bytes = test::ReadFileBytes(Utf8ToUtf16(good));
 
     DeckWriter noPresentation = KitchenSink();
@@ -603,13 +576,13 @@ TEST_F(PptxDeckTest, DamagedFilesGiveOneLineAndWriteNothing) {
     ASSERT_EQ(noSlide.Write(Path("noslide.pptx")), "");
     DeckWriter broken = KitchenSink();
     broken.Part("ppt/slides/slide2.xml", "<p:sld><p:cSld><p:spTree></p:sld>");
-    broken.Write(Path("broken.pptx"));
+    ASSERT_EQ(broken.Write(Path("broken.pptx")), "");
     std::string nested = DeckWriter::Box(2, "Deep", DeckWriter::Para("Too deep"));
     for (int i = 0; i < 200; ++i)
         nested = Group(100 + i, "G", nested);
     DeckWriter deep;
     deep.Slide(nested);
-    deep.Write(Path("deep.pptx"));
+    ASSERT_EQ(deep.Write(Path("deep.pptx")), "");
     std::ofstream(Path("text.pptx")) << "just some text, no zip";
     std::ofstream(Path("truncated.pptx"), std::ios::binary) << bytes.substr(0, bytes.size() / 2);
     std::ofstream(Path("empty.pptx"), std::ios::binary);
@@ -680,7 +653,7 @@ TEST_F(PptxDeckTest, DamagedXmlOpensOrIsRefusedAndWhatOpensSavesAndReopens) {
 TEST_F(PptxDeckTest, AHugePartIsRefusedBeforeItIsRead) {
     DeckWriter w = KitchenSink();
     w.Part("ppt/media/huge.bin", std::string(3u << 20, ' '));
-    w.Write(Path("huge.pptx"));
+    ASSERT_EQ(w.Write(Path("huge.pptx")), "");
     pptx::ZipLimits limits;
     limits.maxPartBytes = 1u << 20;
     std::string error;
@@ -695,7 +668,7 @@ TEST_F(PptxDeckTest, AHugePartIsRefusedBeforeItIsRead) {
 
 TEST_F(PptxDeckTest, OptionsAPresentationCantTakeAreRefused) {
     std::ofstream(Path("deck.json")) << R"({"slides": []})";
-    KitchenSink().Write(Path("deck.pptx"));
+    ASSERT_EQ(KitchenSink().Write(Path("deck.pptx")), "");
     const struct {
         std::string args, error;
     } cases[] = {

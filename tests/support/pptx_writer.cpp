@@ -1,7 +1,5 @@
 #include "support/pptx_writer.h"
 
-#include <gtest/gtest.h>
-
 #include "sim/pptx/zip_package.h"
 
 namespace qb::test {
@@ -87,8 +85,8 @@ std::map<std::string, std::string> DeckWriter::Parts() const {
     parts["ppt/presentation.xml"] =
         std::string(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)") +
         "<p:presentation" + kNs + "><p:sldIdLst>" + ids +
-        R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/>)" + defaultTextStyle_ +
-        "</p:presentation>";
+        R"(</p:sldIdLst><p:sldSz cx="12192000" cy="6858000"/><p:notesSz cx="6858000" cy="9144000"/>)" +
+        defaultTextStyle_ + "</p:presentation>";
     if (!layout_.empty()) {
         const std::string head = R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)";
         const std::string tree = R"(<p:cSld><p:spTree><p:nvGrpSpPr><p:cNvPr id="1" name=""/>)"
@@ -113,19 +111,25 @@ std::map<std::string, std::string> DeckWriter::Parts() const {
     return parts;
 }
 
-void DeckWriter::Write(const std::string& path) const {
+std::string DeckWriter::Write(const std::string& path) const {
     pptx::ZipPackage zip;
     for (const auto& [name, bytes] : Parts())
         zip.Put(name, bytes);
-    ASSERT_EQ(zip.Write(path), "");
+    return zip.Write(path);
 }
 
 std::string DeckWriter::Box(int id, const std::string& name, const std::string& paragraphs) {
+    return BoxAt(id, name, 127000, 254000, 2540000, 635000, paragraphs);
+}
+
+std::string DeckWriter::BoxAt(int id, const std::string& name, long x, long y, long cx, long cy,
+                              const std::string& paragraphs) {
     return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
-           R"("/><p:cNvSpPr txBox="1"/><p:nvPr/></p:nvSpPr><p:spPr><a:xfrm>)"
-           R"(<a:off x="127000" y="254000"/><a:ext cx="2540000" cy="635000"/></a:xfrm>)"
-           R"(</p:spPr><p:txBody><a:bodyPr wrap="square"/><a:lstStyle/>)" +
-           paragraphs + "</p:txBody></p:sp>";
+           R"("/><p:cNvSpPr txBox="1"/><p:nvPr/></p:nvSpPr><p:spPr><a:xfrm><a:off x=")" +
+           std::to_string(x) + R"(" y=")" + std::to_string(y) + R"("/><a:ext cx=")" +
+           std::to_string(cx) + R"(" cy=")" + std::to_string(cy) +
+           R"("/></a:xfrm></p:spPr><p:txBody><a:bodyPr wrap="square"/><a:lstStyle/>)" + paragraphs +
+           "</p:txBody></p:sp>";
 }
 
 std::string DeckWriter::Para(const std::string& text) {
@@ -136,6 +140,38 @@ std::string DeckWriter::Rel(const std::string& id, const std::string& type,
                             const std::string& target) {
     return R"(<Relationship Id=")" + id + R"(" Type=")" + type + R"(" Target=")" + target +
            R"("/>)";
+}
+
+std::string Group(int id, const std::string& name, const std::string& inner) {
+    return R"(<p:grpSp><p:nvGrpSpPr><p:cNvPr id=")" + std::to_string(id) + R"(" name=")" + name +
+           R"("/><p:cNvGrpSpPr/><p:nvPr/></p:nvGrpSpPr><p:grpSpPr/>)" + inner + "</p:grpSp>";
+}
+
+std::string Cell(const std::string& text, const std::string& attrs) {
+    return "<a:tc" + attrs + "><a:txBody><a:bodyPr/><a:lstStyle/>" +
+           (text.empty() ? "<a:p><a:endParaRPr lang=\"en-US\"/></a:p>" : DeckWriter::Para(text)) +
+           "</a:txBody><a:tcPr/></a:tc>";
+}
+
+std::string Table(int id, const std::string& rows) {
+    return R"(<p:graphicFrame><p:nvGraphicFramePr><p:cNvPr id=")" + std::to_string(id) +
+           R"(" name="Table"/><p:cNvGraphicFramePr/><p:nvPr/></p:nvGraphicFramePr>)"
+           R"(<p:xfrm><a:off x="0" y="0"/><a:ext cx="3000000" cy="1000000"/></p:xfrm>)"
+           R"(<a:graphic><a:graphicData uri="http://schemas.openxmlformats.org/drawingml/2006/table">)"
+           R"(<a:tbl><a:tblGrid><a:gridCol w="1500000"/><a:gridCol w="1500000"/></a:tblGrid>)" +
+           rows + "</a:tbl></a:graphicData></a:graphic></p:graphicFrame>";
+}
+
+std::string Placeholder(int id, const std::string& ph, const std::string& lstStyle,
+                        const std::string& paragraphs, const std::string& xfrm) {
+    return R"(<p:sp><p:nvSpPr><p:cNvPr id=")" + std::to_string(id) +
+           R"(" name="P"/><p:cNvSpPr/><p:nvPr>)" + ph + R"(</p:nvPr></p:nvSpPr><p:spPr>)" + xfrm +
+           R"(</p:spPr><p:txBody><a:bodyPr/>)" + lstStyle + paragraphs + "</p:txBody></p:sp>";
+}
+
+std::string Level(int level, int sz) {
+    return "<a:lvl" + std::to_string(level) + "pPr><a:defRPr sz=\"" + std::to_string(sz) +
+           "\"/></a:lvl" + std::to_string(level) + "pPr>";
 }
 
 }  // namespace qb::test

@@ -28,11 +28,14 @@ class DeckWriter {
     }
 
     std::map<std::string, std::string> Parts() const;
-    // Fails the calling test when the package can't be written.
-    void Write(const std::string& path) const;
+    // Empty on success, else why the package couldn't be written.
+    [[nodiscard]] std::string Write(const std::string& path) const;
 
     // A text box with the given paragraphs' XML.
     static std::string Box(int id, const std::string& name, const std::string& paragraphs);
+    // The same where the slide has it, in EMU (an inch is 914400).
+    static std::string BoxAt(int id, const std::string& name, long x, long y, long cx, long cy,
+                             const std::string& paragraphs);
     static std::string Para(const std::string& text);
     // One relationship of a slide's rels part.
     static std::string Rel(const std::string& id, const std::string& type,
@@ -56,5 +59,17 @@ class DeckWriter {
     std::map<std::string, std::string> types_;
     std::string defaultTextStyle_, layout_, master_, txStyles_;
 };
+
+// Shapes' XML for slides, layouts and masters.
+std::string Group(int id, const std::string& name, const std::string& inner);
+// A table cell; an empty text gives it one empty paragraph.
+std::string Cell(const std::string& text, const std::string& attrs = "");
+// A two-column table from its rows' XML.
+std::string Table(int id, const std::string& rows);
+// A placeholder's text with a list style of one level's size.
+std::string Placeholder(int id, const std::string& ph, const std::string& lstStyle,
+                        const std::string& paragraphs, const std::string& xfrm = "");
+// One level of a list style, with its size in hundredths of a point.
+std::string Level(int level, int sz);
 
 }  // namespace qb::test
