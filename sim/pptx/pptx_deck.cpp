@@ -331,8 +331,34 @@ void CopyProperties(pugi::xml_node into, const Source* source, const CharFormat&
 }
 
 // Fills a paragraph with the runs and breaks of [from, to) of the frame.
+// Where the fields of the paragraph that stood here went in its new text:
+// a field whose text the new text holds, in the fields' order, stays a
+// field there, so a slide number in a translated sentence keeps counting.
+std::map<std::size_t, const Source*> FieldsIn(const Frame& frame, std::size_t paragraph,
+                                              const std::u16string& text,
+                                              const std::vector<CharFormat>& formats,
+                                              std::size_t from, std::size_t to) {
+    std::map<std::size_t, const Source*> at;
+    if (paragraph == std::string::npos) return at;
+    std::size_t cursor = from;
+    for (const Source& source : frame.sources) {
+        if (source.kind != Source::Kind::Field || source.paragraph != paragraph ||
+            source.text.empty()) {
+            continue;
+        }
+        const std::size_t found = text.find(source.text, cursor);
+        if (found == std::u16string::npos || found + source.text.size() > to) continue;
+        // A field that kept its own format is found by it anyway.
+        if (formats[found].source == source.loaded.source) continue;
+        at[found] = &source;
+        cursor = found + source.text.size();
+    }
+    return at;
+}
+
 void FillParagraph(pugi::xml_node p, const Frame& frame, const std::u16string& text,
-                   const std::vector<CharFormat>& formats, std::size_t from, std::size_t to) {
+                   const std::vector<CharFormat>& formats, std::size_t from, std::size_t to,
+                   std::size_t paragraph = std::string::npos) {
     const std::string prefix = PrefixOf(p);
     pugi::xml_node end = Child(p, "endParaRPr");
     auto sourceOf = [&frame](const CharFormat& f) -> const Source* {
@@ -344,6 +370,16 @@ void FillParagraph(pugi::xml_node p, const Frame& frame, const std::u16string& t
         return end ? p.insert_child_before((prefix + local).c_str(), end)
                    : p.append_child((prefix + local).c_str());
     };
+    const auto fields = FieldsIn(frame, paragraph, text, formats, from, to);
+    auto addField = [&](const Source& source, const CharFormat& format) {
+        pugi::xml_node field =
+            end ? p.insert_copy_before(source.node, end) : p.append_copy(source.node);
+        if (pugi::xml_node rPr = Child(field, "rPr")) {
+            CharFormat probe = format;
+            probe.source = source.loaded.source;
+            if (!(probe == source.loaded)) ApplyFormat(rPr, format, source.loaded, prefix);
+        }
+    };
     std::size_t i = from;
     while (i < to) {
         const CharFormat& format = formats[i];
@@ -353,19 +389,18 @@ void FillParagraph(pugi::xml_node p, const Frame& frame, const std::u16string& t
             ++i;
             continue;
         }
+        if (const auto moved = fields.find(i); moved != fields.end()) {
+            addField(*moved->second, format);
+            i += moved->second->text.size();
+            continue;
+        }
         std::size_t j = i + 1;
-        while (j < to && text[j] != u'\v' && formats[j] == format)
+        while (j < to && text[j] != u'\v' && formats[j] == format && !fields.count(j))
             ++j;
         const std::u16string piece = text.substr(i, j - i);
         if (source && source->kind == Source::Kind::Field && piece == source->text) {
             // A field the run left alone stays a field.
-            pugi::xml_node field =
-                end ? p.insert_copy_before(source->node, end) : p.append_copy(source->node);
-            if (pugi::xml_node rPr = Child(field, "rPr")) {
-                CharFormat probe = format;
-                probe.source = source->loaded.source;
-                if (!(probe == source->loaded)) ApplyFormat(rPr, format, source->loaded, prefix);
-            }
+            addField(*source, format);
         } else {
             pugi::xml_node run = add("r");
             CopyProperties(run, source, format, prefix);
@@ -441,6 +476,8 @@ struct PptxDeck::State {
     pugi::xml_node defaultTextStyle;
     pugi::xml_node layoutTree, masterTree, masterStyles;
     bool notesPage = false;
+    // The number of the slide being read, which its slide number fields show.
+    std::int32_t slideNumber = 0;
 
     void SetPage(const std::string& pagePart, bool notes) {
         notesPage = notes;
@@ -653,7 +690,13 @@ struct PptxDeck::State {
                 if (Is(c, "r") || Is(c, "fld")) {
                     const bool field = Is(c, "fld");
                     const pugi::xml_node rPr = Child(c, "rPr");
-                    const std::u16string piece = Utf8ToUtf16(Child(c, "t").text().get());
+                    // A slide number shows the slide's number, whatever text the
+                    // writer stored in it ("<number>", "‹#›").
+                    const std::u16string piece =
+                        field && slideNumber > 0 &&
+                                std::strcmp(Attr(c, "type").value(), "slidenum") == 0
+                            ? Utf8ToUtf16(std::to_string(slideNumber))
+                            : Utf8ToUtf16(Child(c, "t").text().get());
                     const CharFormat f = addSource({field ? Source::Kind::Field : Source::Kind::Run,
                                                     field ? Keep(c) : c, Keep(rPr),
                                                     FormatOf(rPr, base, &theme), index, piece});
@@ -1128,6 +1171,7 @@ struct PptxDeck::State {
         if (!ReadTags(made)) return false;
         std::vector<std::shared_ptr<ShapeModel>> shapes, notesShapes;
         const std::string where = "slide " + std::to_string(number);
+        slideNumber = number;
         SetPage(part, false);
         if (!error.empty() || !ReadShapes(part, shapes, where)) return false;
         const std::string notes = TargetOfType(part, "/notesSlide");
@@ -1271,6 +1315,7 @@ struct PptxDeck::State {
             slide->slideId = id.attribute("id").as_int();
             model->nextSlideId = std::max(model->nextSlideId, slide->slideId + 1);
             const std::string where = "slide " + std::to_string(number);
+            slideNumber = number;
             SetPage(target->second, false);
             if (!error.empty() || !ReadShapes(target->second, slide->shapes, where)) return false;
             if (XmlPart* sp = Part(target->second)) {
@@ -1389,7 +1434,7 @@ std::string PptxDeck::Save(const std::string& path) {
                     if (same) continue;
                     ClearRuns(frame.paragraphs[k]);
                     FillParagraph(frame.paragraphs[k], frame, now.text, now.formats, is[k].start,
-                                  is[k].end);
+                                  is[k].end, k);
                 }
             } else {
                 // Paragraphs came or went: each new one takes the properties

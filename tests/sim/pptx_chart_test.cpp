@@ -227,7 +227,7 @@ class PptxChartTest : public testing::Test {
 
 TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
     const std::string path = Path("deck.pptx");
-    ChartDeck().Write(path);
+    ASSERT_EQ(ChartDeck().Write(path), "");
     std::string err;
     ASSERT_EQ(RunCli("-q --to de -o " + Path("out.pptx") + " " + path, err), 0) << err;
     std::string error;
@@ -385,7 +385,7 @@ TEST_F(PptxChartTest, AWorkbookOverTheLimitsIsReadAroundNotInto) {
     std::string bytes;
     ASSERT_EQ(padded.WriteBytes(bytes), "");
     w.Part("ppt/embeddings/sheet1.xlsx", bytes);
-    w.Write(Path("deck.pptx"));
+    ASSERT_EQ(w.Write(Path("deck.pptx")), "");
     pptx::ZipLimits limits;
     limits.maxPartBytes = 100000;
     std::string error;

@@ -249,7 +249,7 @@ TEST_F(PptxDeckTest, FacesBoldAndColoursNotSetOnARunAreInherited) {
                         "<a:p><a:r><a:t>Body text</a:t></a:r></a:p>"
                         R"(<a:p><a:r><a:rPr><a:latin typeface="Arial"/></a:rPr>)"
                         "<a:t>Own face</a:t></a:r></a:p>"));
-    w.Write(Path("faces.pptx"));
+    ASSERT_EQ(w.Write(Path("faces.pptx")), "");
     std::string error;
     const auto deck = PptxDeck::Open(Path("faces.pptx"), error);
     ASSERT_TRUE(deck) << error;
@@ -279,6 +279,30 @@ TEST_F(PptxDeckTest, FacesBoldAndColoursNotSetOnARunAreInherited) {
     EXPECT_NE(slide.find(R"(<a:latin typeface="Arial"/>)"), std::string::npos) << slide;
 }
 
+TEST_F(PptxDeckTest, ASlideNumberInATranslatedSentenceStaysAField) {
+    DeckWriter w;
+    w.Slide(DeckWriter::Box(2, "Footer",
+                            R"(<a:p><a:r><a:rPr lang="en-US"/><a:t>Page </a:t></a:r>)"
+                            R"(<a:fld id="{1F4E2DB7-5E8C-4C1B-8B4A-6C1E7A0B2D11}" type="slidenum">)"
+                            R"(<a:rPr lang="en-US"/><a:t>&lt;number&gt;</a:t></a:fld>)"
+                            R"(<a:r><a:rPr lang="en-US"/><a:t> of the deck</a:t></a:r></a:p>)"));
+    ASSERT_EQ(w.Write(Path("fields.pptx")), "");
+    std::string error;
+    auto deck = PptxDeck::Open(Path("fields.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    EXPECT_EQ(TextsByPlace(*deck)["slide 1, Footer"], u"Page 1 of the deck")
+        << "the field shows the slide's number, not the text its writer stored";
+
+    std::string err;
+    ASSERT_EQ(RunCli("-q --to de -o " + Path("out.pptx") + " " + Path("fields.pptx"), err), 0)
+        << err;
+    const std::string slide = PartsOf(Path("out.pptx")).at("ppt/slides/slide1.xml");
+    EXPECT_NE(slide.find(R"(type="slidenum")"), std::string::npos) << slide;
+    deck = PptxDeck::Open(Path("out.pptx"), error);
+    ASSERT_TRUE(deck) << error;
+    EXPECT_EQ(TextsByPlace(*deck)["slide 1, Footer"], T(u"Page 1 of the deck"));
+}
+
 TEST_F(PptxDeckTest, ShapesInScaledGroupsStandWhereTheSlideShowsThem) {
     // The outer group doubles what it holds; the inner one halves it again
     // and moves it.
@@ -292,7 +316,7 @@ TEST_F(PptxDeckTest, ShapesInScaledGroupsStandWhereTheSlideShowsThem) {
             R"(<a:ext cx="1270000" cy="1270000"/><a:chOff x="0" y="0"/><a:chExt cx="2540000")"
             R"( cy="2540000"/></a:xfrm></p:grpSpPr>)" +
             box + "</p:grpSp></p:grpSp>");
-    w.Write(Path("groups.pptx"));
+    ASSERT_EQ(w.Write(Path("groups.pptx")), "");
     std::string error;
     auto deck = PptxDeck::Open(Path("groups.pptx"), error);
     ASSERT_TRUE(deck) << error;

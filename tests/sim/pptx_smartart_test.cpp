@@ -207,7 +207,7 @@ TEST_F(PptxSmartArtTest, TheFrontEndTranslatesEveryNodeInTheDataAndTheDrawing) {
     DeckWriter w;
     AddDiagramSlide(w, 1, DataPart(kNodes, kLinks, true), kShapes);
     AddDiagramSlide(w, 2, DataPart(kNodes, kLinks, true), kShapes);
-    w.Write(Path("deck.pptx"));
+    ASSERT_EQ(w.Write(Path("deck.pptx")), "");
     std::string error;
     const auto in = PptxDeck::Open(Path("deck.pptx"), error);
     ASSERT_TRUE(in) << error;
@@ -262,7 +262,7 @@ TEST_F(PptxSmartArtTest, TheFrontEndTranslatesEveryNodeInTheDataAndTheDrawing) {
 TEST_F(PptxSmartArtTest, NodeTextKeepsItsParagraphsAndOnlyItsOwnPartOfASharedShape) {
     DeckWriter w;
     AddDiagramSlide(w, 1, DataPart(kNodes, kLinks, true), kShapes);
-    w.Write(Path("deck.pptx"));
+    ASSERT_EQ(w.Write(Path("deck.pptx")), "");
     std::string error;
     const auto deck = PptxDeck::Open(Path("deck.pptx"), error);
     ASSERT_TRUE(deck) << error;
@@ -301,7 +301,7 @@ TEST_F(PptxSmartArtTest, ADiagramWithoutDrawingIsTranslatedAndOneUnreadableIsLef
         SCOPED_TRACE(c.name);
         DeckWriter w;
         AddDiagramSlide(w, 1, c.data, c.drawing ? kShapes : "");
-        w.Write(Path("deck.pptx"));
+        ASSERT_EQ(w.Write(Path("deck.pptx")), "");
         ASSERT_EQ(RunCli("--to de -o " + Path("out.pptx") + " " + Path("deck.pptx")), 0);
         std::string error;
         const auto out = PptxDeck::Open(Path("out.pptx"), error);
