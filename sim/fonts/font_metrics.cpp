@@ -6,10 +6,10 @@
 #include FT_FREETYPE_H
 #include FT_ADVANCES_H
 
+#include <array>
 #include <map>
 #include <mutex>
 #include <tuple>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -73,12 +73,25 @@ bool UsableName(const std::u16string& name) {
 }
 
 constexpr float kNoGlyph = -1.0f;
+constexpr float kNotAsked = -2.0f;
 
-// One font file, opened once; advances in ems by unit as they are asked.
+// One font file, opened once; advances in ems by unit as they are asked,
+// in pages of 256 units, since a layout asks for every unit of a frame
+// each time the fit measures it.
 struct Font {
+    using Page = std::array<float, 256>;
     FT_Face face = nullptr;
     float unitsPerEm = 0;
-    std::unordered_map<char16_t, float> ems;
+    std::array<std::unique_ptr<Page>, 256> pages;
+
+    float& Slot(char16_t unit) {
+        std::unique_ptr<Page>& page = pages[unit >> 8];
+        if (!page) {
+            page = std::make_unique<Page>();
+            page->fill(kNotAsked);
+        }
+        return (*page)[unit & 0xFF];
+    }
 };
 
 struct StyleKey {
@@ -185,9 +198,9 @@ struct FontMetrics::State {
         if (unit < 0x20 || unit == 0x7F || (unit >= 0xD800 && unit <= 0xDFFF)) return std::nullopt;
         Font* font = StyleFor(face, bold, italic).font;
         if (!font) return std::nullopt;
-        auto it = font->ems.find(unit);
-        if (it == font->ems.end()) {
-            float ems = kNoGlyph;
+        float& ems = font->Slot(unit);
+        if (ems == kNotAsked) {
+            ems = kNoGlyph;
             const FT_UInt glyph = FT_Get_Char_Index(font->face, unit);
             FT_Fixed advance = 0;
             if (glyph != 0 && FT_Get_Advance(font->face, glyph, FT_LOAD_NO_SCALE, &advance) == 0 &&
@@ -197,10 +210,9 @@ struct FontMetrics::State {
                 // ems the model is the better guess.
                 if (ems > 4.0f) ems = kNoGlyph;
             }
-            it = font->ems.emplace(unit, ems).first;
         }
-        if (it->second == kNoGlyph) return std::nullopt;
-        return it->second;
+        if (ems == kNoGlyph) return std::nullopt;
+        return ems;
     }
 };
 
