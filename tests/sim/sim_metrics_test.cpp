@@ -55,16 +55,14 @@ TEST(SimMetricsSource, WidthsFollowTheSourceAndTheModelForWhatItLeaves) {
     }
     EXPECT_FLOAT_EQ(Width(shape), model);
     EXPECT_EQ(CurrentAdvanceSource(), nullptr);
-}
 
-TEST(SimMetricsSource, TheSourceSeesEachUnitsOwnFormat) {
-    ShapeModel shape = Box(u"abab", 500);
-    shape.frame.formats[1].bold = -1;
-    shape.frame.formats[3].bold = -1;
-    shape.frame.formats[3].name = u"Cambria";
+    // Each unit is asked with its own format.
+    ShapeModel mixed = Box(u"abab", 500);
+    mixed.frame.formats[1].bold = mixed.frame.formats[3].bold = -1;
+    mixed.frame.formats[3].name = u"Cambria";
     const auto source = std::make_shared<FixedSource>();
     const ScopedAdvanceSource scope(source);
-    EXPECT_FLOAT_EQ(Width(shape), 5.0f + 4.0f + 5.0f + 4.0f);
+    EXPECT_FLOAT_EQ(Width(mixed), 5.0f + 4.0f + 5.0f + 4.0f);
     EXPECT_EQ(source->lastName, u"Cambria");
 }
 
