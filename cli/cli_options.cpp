@@ -242,6 +242,17 @@ ParseResult ParseCommandLine(const std::vector<std::string>& args) {
                 r.error = "--host: expected powerpoint or wps, got \"" + s + "\"";
                 return r;
             }
+        } else if (arg == "--font-metrics") {
+            std::string s;
+            if (!next(s)) return r;
+            if (s == "model") {
+                o.fontMetrics = FontMetricsChoice::Model;
+            } else if (s == "real") {
+                o.fontMetrics = FontMetricsChoice::Real;
+            } else {
+                r.error = "--font-metrics: expected model or real, got \"" + s + "\"";
+                return r;
+            }
         } else if (arg == "--service") {
             if (!next(o.serviceUrl)) return r;
             std::string host;
@@ -371,6 +382,9 @@ std::string UsageText() {
            "      --instruction FILE   an instruction for the translation, UTF-8 plain text\n"
            "      --target-font NAME   font set on written text (\"\" keeps the source's)\n"
            "      --host HOST          pose as powerpoint or wps (default: as the deck says)\n"
+           "      --font-metrics M     measure text for fit by the metric model, or real: by\n"
+           "                           installed fonts of the run's face or a metric twin\n"
+           "                           (default real for a .pptx where built, else model)\n"
            "      --service URL        a running stand-in service, http://127.0.0.1:PORT\n"
            "                           (default: one is started in-process)\n"
            "      --latency MS         the in-process service answers this late (default 0)\n"

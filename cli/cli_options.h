@@ -13,6 +13,9 @@ namespace qb::cli {
 enum class Scope { Deck, Slide, Selection };
 enum class Road { Native, Panel };
 enum class HostChoice { FromDeck, PowerPoint, Wps };
+// How text is measured for fit: the metric model, or installed fonts where
+// they have the face. Default: fonts for a .pptx when the build has them.
+enum class FontMetricsChoice { Default, Model, Real };
 
 // A selection as the user gives it: slides, shapes by path, or characters.
 struct SelectionSpec {
@@ -37,6 +40,7 @@ struct Options {
     Road road = Road::Native;
     std::optional<std::string> targetFont;  // absent: the run's default
     HostChoice host = HostChoice::FromDeck;
+    FontMetricsChoice fontMetrics = FontMetricsChoice::Default;
     std::string serviceUrl;  // empty: start the stand-in service in-process
     // Glossary and instruction files (term_files.h), loaded into the
     // in-process service and named in the run by their ids.

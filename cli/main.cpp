@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,8 +27,12 @@
 #include "sim/host/deck_file.h"
 #include "sim/host/sim_editor.h"
 #include "sim/host/sim_host.h"
+#include "sim/host/sim_metrics.h"
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/stand_in_service.h"
+#ifdef QB_HAVE_FONT_METRICS
+#include "sim/fonts/font_metrics.h"
+#endif
 
 namespace {
 
@@ -190,7 +195,33 @@ std::string LastComponent(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// Installs the installed fonts' advances for the run when it measures by
+// them; an error text when it asks for them and this build or machine
+// can't give them.
+std::string ChooseFontMetrics(const Options& o, std::unique_ptr<sim::ScopedAdvanceSource>& scope) {
+    // Deck files keep the model unless asked: their runs are compared
+    // byte for byte.
+    const bool real = o.fontMetrics == FontMetricsChoice::Real ||
+                      (o.fontMetrics == FontMetricsChoice::Default && IsPresentationFile(o.deck));
+    if (!real) return "";
+#ifdef QB_HAVE_FONT_METRICS
+    auto source = sim::fonts::FontMetrics::Create();
+    if (source) {
+        scope = std::make_unique<sim::ScopedAdvanceSource>(std::move(source));
+        return "";
+    }
+    return o.fontMetrics == FontMetricsChoice::Real ? "--font-metrics real: can't load fonts" : "";
+#else
+    return o.fontMetrics == FontMetricsChoice::Real
+               ? "--font-metrics real: this build has no FreeType and fontconfig"
+               : "";
+#endif
+}
+
 int Run(const Options& o) {
+    std::unique_ptr<sim::ScopedAdvanceSource> metrics;
+    const std::string metricsError = ChooseFontMetrics(o, metrics);
+    if (!metricsError.empty()) return Fail(kExitUsage, metricsError);
     sim::DeckLoadResult loaded;
     std::unique_ptr<pptx::PptxDeck> presentation;
     if (IsPresentationFile(o.deck)) {

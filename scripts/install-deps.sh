@@ -17,7 +17,8 @@ if [ "${1:-}" = browser ]; then
 else
   for p in cmake ninja-build g++ clang clang-format libclang-rt-14-dev googletest \
            libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev pkg-config \
-           libzip-dev libpugixml-dev \
+           libzip-dev libpugixml-dev libfreetype-dev libfontconfig-dev \
+           fonts-liberation2 fonts-crosextra-carlito fonts-crosextra-caladea \
            g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools \
            libwine-dev python3 nsis xvfb xauth wine wine64 chromium fonts-dejavu-core \
            libreoffice-impress poppler-utils; do

@@ -2,6 +2,8 @@
 #include "sim/host/sim_metrics.h"
 
 #include <algorithm>
+#include <mutex>
+#include <utility>
 
 #include "foundation/char_class.h"
 #include "foundation/text.h"
@@ -23,14 +25,46 @@ bool IsBlank(char16_t c) {
     return c == u' ' || c == u'\t' || c == 0x3000 || c == 0xA0;
 }
 
-float SizeAt(const TextFrameModel& frame, std::int32_t i) {
+const CharFormat& FormatAt(const TextFrameModel& frame, std::int32_t i) {
     if (i >= 0 && static_cast<std::size_t>(i) < frame.formats.size()) {
-        return frame.formats[static_cast<std::size_t>(i)].size;
+        return frame.formats[static_cast<std::size_t>(i)];
     }
-    return frame.formats.empty() ? frame.defaultFormat.size : frame.formats.back().size;
+    return frame.formats.empty() ? frame.defaultFormat : frame.formats.back();
 }
 
+float SizeAt(const TextFrameModel& frame, std::int32_t i) {
+    return FormatAt(frame, i).size;
+}
+
+// The installed source, owned here with its lock; a layout takes a copy of
+// the pointer once, so a source swapped meanwhile outlives that layout.
+std::mutex sourceLock;
+std::shared_ptr<AdvanceSource> installedSource;
+
 }  // namespace
+
+bool IsWideUnit(char16_t unit) {
+    return IsWide(unit);
+}
+
+void SetAdvanceSource(std::shared_ptr<AdvanceSource> source) {
+    const std::lock_guard<std::mutex> lock(sourceLock);
+    installedSource = std::move(source);
+}
+
+std::shared_ptr<AdvanceSource> CurrentAdvanceSource() {
+    const std::lock_guard<std::mutex> lock(sourceLock);
+    return installedSource;
+}
+
+ScopedAdvanceSource::ScopedAdvanceSource(std::shared_ptr<AdvanceSource> source)
+    : previous_(CurrentAdvanceSource()) {
+    SetAdvanceSource(std::move(source));
+}
+
+ScopedAdvanceSource::~ScopedAdvanceSource() {
+    SetAdvanceSource(std::move(previous_));
+}
 
 float CharAdvance(char16_t c, float size) {
     if (IsLineEnd(c)) return 0;
@@ -49,6 +83,15 @@ float CharAdvance(char16_t c, float size) {
 std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
     const TextFrameModel& frame = shape.frame;
     const std::u16string& text = frame.text;
+    const std::shared_ptr<AdvanceSource> source = CurrentAdvanceSource();
+    const auto advanceAt = [&](std::int32_t i) {
+        const char16_t c = text[static_cast<std::size_t>(i)];
+        if (source) {
+            const std::optional<float> a = source->Advance(c, FormatAt(frame, i));
+            if (a) return *a;
+        }
+        return CharAdvance(c, SizeAt(frame, i));
+    };
     const float box = std::max(
         1.0f, shape.width - std::max(0.0f, frame.marginLeft) - std::max(0.0f, frame.marginRight));
     std::vector<TextLine> lines;
@@ -80,7 +123,7 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
             trimmed = 0;
             continue;
         }
-        const float advance = CharAdvance(c, SizeAt(frame, i));
+        const float advance = advanceAt(i);
         if (IsBlank(c)) {
             run += advance;
             lastBreak = i;
@@ -96,7 +139,7 @@ std::vector<TextLine> LayoutFrame(const ShapeModel& shape) {
                 const std::int32_t resume = lastBreak + 1;
                 finish(resume, widthAtBreak);
                 for (std::int32_t k = resume; k < i; ++k) {
-                    run += CharAdvance(text[static_cast<std::size_t>(k)], SizeAt(frame, k));
+                    run += advanceAt(k);
                 }
             }
             trimmed = run;

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "sim/host/sim_model.h"
@@ -13,6 +15,37 @@ namespace qb::sim {
 
 // The advance of one unit at a font size, in points.
 float CharAdvance(char16_t unit, float size);
+
+// Whether a unit is an East Asian wide character: the model gives it a full
+// em, and a host draws it in the run's East Asian face.
+bool IsWideUnit(char16_t unit);
+
+// Where advances can come from instead of the model, such as a front end
+// that measures with installed fonts. The layout asks it for every unit
+// that isn't a line end; nullopt takes the model's advance for that unit.
+class AdvanceSource {
+  public:
+    virtual ~AdvanceSource() = default;
+    // The advance of one unit in the given format, in points.
+    virtual std::optional<float> Advance(char16_t unit, const CharFormat& format) = 0;
+};
+
+// Installs the source every layout uses from now on, process-wide; null
+// goes back to the model alone.
+void SetAdvanceSource(std::shared_ptr<AdvanceSource> source);
+std::shared_ptr<AdvanceSource> CurrentAdvanceSource();
+
+// Installs a source for a scope and puts the previous one back after it.
+class ScopedAdvanceSource {
+  public:
+    explicit ScopedAdvanceSource(std::shared_ptr<AdvanceSource> source);
+    ~ScopedAdvanceSource();
+    ScopedAdvanceSource(const ScopedAdvanceSource&) = delete;
+    ScopedAdvanceSource& operator=(const ScopedAdvanceSource&) = delete;
+
+  private:
+    std::shared_ptr<AdvanceSource> previous_;
+};
 
 struct TextLine {
     std::int32_t start = 0;  // zero-based, over the frame

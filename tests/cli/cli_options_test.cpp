@@ -26,6 +26,23 @@ TEST(CliOptions, DefaultsTranslateTheWholeDeckIntoANewFile) {
     EXPECT_EQ(r.options.scope, Scope::Deck);
     EXPECT_EQ(r.options.road, Road::Native);
     EXPECT_FALSE(r.options.targetFont.has_value());
+    EXPECT_EQ(r.options.fontMetrics, FontMetricsChoice::Default);
+}
+
+TEST(CliOptions, FontMetricsAreTheModelOrRealFonts) {
+    const struct {
+        std::vector<std::string> args;
+        FontMetricsChoice choice;
+    } cases[] = {
+        {{"--font-metrics", "model", "d.pptx"}, FontMetricsChoice::Model},
+        {{"--font-metrics=real", "d.json"}, FontMetricsChoice::Real},
+        {{"--font-metrics", "real", "--font-metrics", "model", "d.pptx"}, FontMetricsChoice::Model},
+    };
+    for (const auto& c : cases) {
+        const ParseResult r = Parse(c.args);
+        ASSERT_EQ(r.error, "");
+        EXPECT_EQ(r.options.fontMetrics, c.choice);
+    }
 }
 
 TEST(CliOptions, ReadsEveryOptionInBothSpellings) {
@@ -107,6 +124,9 @@ TEST(CliOptions, MistakesAreOneLineErrors) {
         {{"--select", "text:1:2:0:4", "a.json"},
          "--select: expected slides:N[,N...], shapes:SLIDE:PATH[,PATH...] or "
          "text:SLIDE:PATH:START:LENGTH, got \"text:1:2:0:4\""},
+        {{"--font-metrics", "Real", "a.pptx"},
+         "--font-metrics: expected model or real, got \"Real\""},
+        {{"--font-metrics"}, "--font-metrics: needs a value"},
         {{"--road", "carrier-pigeon", "a.json"},
          "--road: expected native or panel, got \"carrier-pigeon\""},
         {{"--glossary"}, "--glossary: needs a value"},
