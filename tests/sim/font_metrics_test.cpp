@@ -224,7 +224,7 @@ TEST_F(FontMetricsRunTest, APresentationIsFitByTheFontsUnlessTheModelIsAskedFor)
             R"(<a:p><a:r><a:rPr lang="en-US" sz="1800"><a:latin typeface="Arial"/></a:rPr>)"
             R"(<a:t>)" +
             Utf16ToUtf8(source) + R"(</a:t></a:r></a:p></p:txBody></p:sp>)");
-    w.Write(Path("in.pptx"));
+    ASSERT_EQ(w.Write(Path("in.pptx")), "");
 
     EXPECT_FLOAT_EQ(SizeAfter("--font-metrics model"), 18.0f);
     const float byFonts = SizeAfter("");
