@@ -29,6 +29,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/pptx/zip_package.h"
 #include "support/package_check.h"
+#include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 
 namespace qb {
@@ -164,15 +165,6 @@ int Translate(const fs::path& in, const fs::path& out, const std::vector<std::st
     const int status = Shell(command, log);
     err = ReadAll(log);
     return status;
-}
-
-std::map<std::string, std::string> PartsOf(const fs::path& path) {
-    pptx::ZipPackage zip;
-    std::map<std::string, std::string> parts;
-    if (!zip.Read(path.string()).empty()) return parts;
-    for (const auto& part : zip.Parts())
-        parts[part.name] = part.bytes;
-    return parts;
 }
 
 std::vector<pugi::xml_node> Elements(const pugi::xml_document& doc, const char* localName) {
@@ -471,7 +463,8 @@ TEST_P(OwnDeckTest, TranslationIsWhatLibreOfficeShows) {
     ASSERT_TRUE(before) << error;
     const auto after = pptx::PptxDeck::Open(o.output.string(), error);
     ASSERT_TRUE(after) << error;
-    const auto inParts = PartsOf(o.input), outParts = PartsOf(o.output);
+    const auto inParts = test::PartsOf(o.input.string()),
+               outParts = test::PartsOf(o.output.string());
     std::set<std::u16string> fieldTexts;
     for (const auto& [name, bytes] : inParts) {
         for (const std::string& f : Fields(bytes))

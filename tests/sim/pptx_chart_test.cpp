@@ -16,6 +16,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
 
@@ -183,15 +184,6 @@ DeckWriter ChartDeck() {
     return w;
 }
 
-std::map<std::string, std::string> PartsOf(const std::string& bytesOrPath, bool inMemory) {
-    ZipPackage zip;
-    EXPECT_EQ(inMemory ? zip.ReadBytes(bytesOrPath) : zip.Read(bytesOrPath), "");
-    std::map<std::string, std::string> parts;
-    for (const auto& part : zip.Parts())
-        parts[part.name] = part.bytes;
-    return parts;
-}
-
 std::map<std::string, std::u16string> ChartTextsOf(const PptxDeck& deck) {
     std::map<std::string, std::u16string> texts;
     for (const auto& t : deck.ChartTexts())
@@ -269,7 +261,7 @@ TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
         ASSERT_TRUE(cell && cell->isNumber) << row << "," << column;
         EXPECT_EQ(cell->number, number);
     }
-    const auto before = PartsOf(path, false), after = PartsOf(Path("out.pptx"), false);
+    const auto before = test::PartsOf(path), after = test::PartsOf(Path("out.pptx"));
     const std::string chart = after.at("ppt/charts/chart1.xml");
     EXPECT_EQ(Between(chart, "<c:numCache>", "</c:numCache>"),
               Between(before.at("ppt/charts/chart1.xml"), "<c:numCache>", "</c:numCache>"));
@@ -288,8 +280,8 @@ TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
         ASSERT_TRUE(after.count(name)) << name;
         EXPECT_EQ(after.at(name) != bytes, changed.count(name) == 1) << name;
     }
-    const auto bookBefore = PartsOf(before.at("ppt/embeddings/sheet1.xlsx"), true);
-    const auto bookAfter = PartsOf(after.at("ppt/embeddings/sheet1.xlsx"), true);
+    const auto bookBefore = test::PartsOfBytes(before.at("ppt/embeddings/sheet1.xlsx"));
+    const auto bookAfter = test::PartsOfBytes(after.at("ppt/embeddings/sheet1.xlsx"));
     ASSERT_EQ(bookAfter.size(), bookBefore.size());
     for (const auto& [name, bytes] : bookBefore) {
         EXPECT_EQ(bookAfter.at(name) != bytes, name == "xl/worksheets/sheet1.xml") << name;
@@ -300,7 +292,7 @@ TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
     ASSERT_TRUE(same) << error;
     ASSERT_EQ(same->Save(Path("same.pptx")), "");
     EXPECT_EQ(same->ChartsWritten(), 0u);
-    EXPECT_EQ(PartsOf(Path("same.pptx"), false), before);
+    EXPECT_EQ(test::PartsOf(Path("same.pptx")), before);
 }
 
 TEST_F(PptxChartTest, AChartThatCantBeReadCostsOnlyItself) {
@@ -369,7 +361,7 @@ TEST_F(PptxChartTest, AChartThatCantBeReadCostsOnlyItself) {
             EXPECT_FALSE(shape.chart);
             EXPECT_EQ(texts.count("slide 1, Chart 3, title"), 0u);
         }
-        const auto parts = PartsOf(output, false);
+        const auto parts = test::PartsOf(output);
         EXPECT_EQ(parts.count(c.part), c.bytes.empty() ? 0u : 1u);
         if (!c.bytes.empty()) {
             EXPECT_EQ(parts.at(c.part), c.bytes) << "left as it was";

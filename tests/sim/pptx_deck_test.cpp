@@ -18,6 +18,7 @@
 #include "sim/host/deck_file.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
 
@@ -28,6 +29,7 @@ using pptx::PptxDeck;
 using pptx::ZipPackage;
 using sim::CharFormat;
 using test::DeckWriter;
+using test::PartsOf;
 
 using test::Cell;
 using test::Group;
@@ -66,15 +68,6 @@ DeckWriter KitchenSink() {
     w.Part("docProps/app.xml",
            R"(<?xml version="1.0"?><Properties><Slides>3</Slides></Properties>)");
     return w;
-}
-
-std::map<std::string, std::string> PartsOf(const std::string& path) {
-    ZipPackage zip;
-    EXPECT_EQ(zip.Read(path), "");
-    std::map<std::string, std::string> parts;
-    for (const auto& part : zip.Parts())
-        parts[part.name] = part.bytes;
-    return parts;
 }
 
 std::map<std::string, std::u16string> TextsByPlace(const PptxDeck& deck) {

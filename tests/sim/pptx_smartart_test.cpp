@@ -16,6 +16,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
 
@@ -25,6 +26,7 @@ namespace {
 using pptx::PptxDeck;
 using pptx::ZipPackage;
 using test::DeckWriter;
+using test::PartsOf;
 
 constexpr const char* kDgm =
     R"( xmlns:dgm="http://schemas.openxmlformats.org/drawingml/2006/diagram")"
@@ -163,15 +165,6 @@ std::u16string TextIn(const std::string& xml, const std::string& tag, const std:
         }
     }
     return text;
-}
-
-std::map<std::string, std::string> PartsOf(const std::string& path) {
-    ZipPackage zip;
-    EXPECT_EQ(zip.Read(path), "");
-    std::map<std::string, std::string> parts;
-    for (const auto& part : zip.Parts())
-        parts[part.name] = part.bytes;
-    return parts;
 }
 
 std::vector<std::u16string> NodesOf(const PptxDeck& deck, std::size_t slide) {
