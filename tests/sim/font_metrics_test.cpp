@@ -16,6 +16,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/cli_fixture.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
 
@@ -156,19 +157,8 @@ TEST_F(FontMetricsTest, WideUnitsTakeTheEastAsianFaceAndUnitsWithoutGlyphTheMode
 
 // The front end over a presentation whose text fits by the model and not
 // by the fonts: the fit shrinks it only when measuring by the fonts.
-class FontMetricsRunTest : public testing::Test {
+class FontMetricsRunTest : public test::CliFixture {
   protected:
-    std::string Path(const std::string& name) { return Utf16ToUtf8(dir_.Path()) + "/" + name; }
-
-    int RunCli(const std::string& args, std::string& err) {
-        const std::string errPath = Path("stderr.txt");
-        const int raw = std::system(
-            (std::string(QB_CLI_PATH) + " " + args + " >/dev/null 2>" + errPath + " </dev/null")
-                .c_str());
-        err = test::ReadFileBytes(Utf8ToUtf16(errPath));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-
     // The size of the first character of the only box of the output.
     float SizeAfter(const std::string& args) {
         std::string err;
@@ -185,7 +175,6 @@ class FontMetricsRunTest : public testing::Test {
         return frame.formats.empty() ? 0 : frame.formats[0].size;
     }
 
-    test::TempDir dir_;
     std::u16string translated_;
 };
 

@@ -16,6 +16,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/cli_fixture.h"
 #include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
@@ -197,24 +198,8 @@ std::string Between(const std::string& text, const std::string& from, const std:
     return a == std::string::npos || b == std::string::npos ? "" : text.substr(a, b - a);
 }
 
-class PptxChartTest : public testing::Test {
+class PptxChartTest : public test::CliFixture {
   protected:
-    std::string Path(const std::string& name) { return Utf16ToUtf8(dir_.Path()) + "/" + name; }
-
-    int RunCli(const std::string& args, std::string& err) {
-        const std::string errPath = Path("stderr.txt");
-        const int raw = std::system(
-            (std::string(QB_CLI_PATH) + " " + args + " >/dev/null 2>" + errPath + " </dev/null")
-                .c_str());
-        err = test::ReadFileBytes(Utf8ToUtf16(errPath));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-
-    static std::u16string T(std::u16string_view text) {
-        return NormalizeTranslation(sim::PseudoTranslate(text, u"de"));
-    }
-
-    test::TempDir dir_;
 };
 
 TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {

@@ -18,6 +18,7 @@
 #include "sim/host/deck_file.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/cli_fixture.h"
 #include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
@@ -77,19 +78,8 @@ std::map<std::string, std::u16string> TextsByPlace(const PptxDeck& deck) {
     return texts;
 }
 
-class PptxDeckTest : public testing::Test {
+class PptxDeckTest : public test::CliFixture {
   protected:
-    std::string Path(const std::string& name) { return Utf16ToUtf8(dir_.Path()) + "/" + name; }
-
-    int RunCli(const std::string& args, std::string& err) {
-        const std::string errPath = Path("stderr.txt");
-        const int raw = std::system(
-            (std::string(QB_CLI_PATH) + " " + args + " >/dev/null 2>" + errPath + " </dev/null")
-                .c_str());
-        err = test::ReadFileBytes(Utf8ToUtf16(errPath));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-
     // The kitchen-sink deck written and opened, failing the test otherwise.
     std::unique_ptr<PptxDeck> OpenKitchenSink() {
         EXPECT_EQ(KitchenSink().Write(Path("deck.pptx")), "");
@@ -98,12 +88,6 @@ class PptxDeckTest : public testing::Test {
         EXPECT_TRUE(deck) << error;
         return deck;
     }
-
-    static std::u16string T(std::u16string_view text) {
-        return NormalizeTranslation(sim::PseudoTranslate(text, u"de"));
-    }
-
-    test::TempDir dir_;
 };
 
 TEST_F(PptxDeckTest, ReadsSlidesShapesTablesNotesAndBreaks) {

@@ -16,6 +16,7 @@
 #include "sim/pptx/pptx_deck.h"
 #include "sim/service/pseudo_translate.h"
 #include "slides/writeback.h"
+#include "support/cli_fixture.h"
 #include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
 #include "support/temp_dir.h"
@@ -177,21 +178,12 @@ std::vector<std::u16string> NodesOf(const PptxDeck& deck, std::size_t slide) {
     return out;
 }
 
-class PptxSmartArtTest : public testing::Test {
+class PptxSmartArtTest : public test::CliFixture {
   protected:
-    std::string Path(const std::string& name) { return Utf16ToUtf8(dir_.Path()) + "/" + name; }
-
     int RunCli(const std::string& args) {
-        const int raw =
-            std::system((std::string(QB_CLI_PATH) + " -q " + args + " >/dev/null 2>&1").c_str());
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        std::string err;
+        return CliFixture::RunCli("-q " + args, err);
     }
-
-    static std::u16string T(std::u16string_view text) {
-        return NormalizeTranslation(sim::PseudoTranslate(text, u"de"));
-    }
-
-    test::TempDir dir_;
 };
 
 TEST_F(PptxSmartArtTest, TheFrontEndTranslatesEveryNodeInTheDataAndTheDrawing) {
