@@ -73,45 +73,33 @@ struct Log {
     }
 };
 
-class EnvironmentHandler final
-    : public Counted<wv2::ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> {
+// A completion handler: how often it was called, with what.
+template <class I, class Result>
+class Completion final : public Counted<I> {
   public:
-    explicit EnvironmentHandler(Log& log)
-        : Counted(wv2::IID_EnvironmentCompletedHandler), log_(log) {}
-    STDMETHODIMP Invoke(HRESULT result, wv2::ICoreWebView2Environment* environment) override {
+    Completion(Log& log, const IID& iid, const char* name)
+        : Counted<I>(iid), log_(log), name_(name) {}
+    STDMETHODIMP Invoke(HRESULT hresult, Result* value) override {
         ++calls;
-        hr = result;
-        this->environment = environment;
-        log_.Add("environment");
+        hr = hresult;
+        result = value;
+        log_.Add(name_);
         return S_OK;
     }
     int calls = 0;
     HRESULT hr = E_PENDING;
-    ComPtr<wv2::ICoreWebView2Environment> environment;
+    ComPtr<Result> result;
 
   private:
     Log& log_;
+    const char* name_;
 };
 
-class ControllerHandler final
-    : public Counted<wv2::ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> {
-  public:
-    explicit ControllerHandler(Log& log)
-        : Counted(wv2::IID_ControllerCompletedHandler), log_(log) {}
-    STDMETHODIMP Invoke(HRESULT result, wv2::ICoreWebView2Controller* controller) override {
-        ++calls;
-        hr = result;
-        this->controller = controller;
-        log_.Add("controller");
-        return S_OK;
-    }
-    int calls = 0;
-    HRESULT hr = E_PENDING;
-    ComPtr<wv2::ICoreWebView2Controller> controller;
-
-  private:
-    Log& log_;
-};
+using EnvironmentHandler =
+    Completion<wv2::ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler,
+               wv2::ICoreWebView2Environment>;
+using ControllerHandler = Completion<wv2::ICoreWebView2CreateCoreWebView2ControllerCompletedHandler,
+                                     wv2::ICoreWebView2Controller>;
 
 class MessageHandler final : public Counted<wv2::ICoreWebView2WebMessageReceivedEventHandler> {
   public:
@@ -182,11 +170,7 @@ bool PumpUntil(const std::function<bool()>& done, DWORD maxMs = 30000) {
 
 // Runs everything queued now; what is not queued by now was never posted.
 void Drain() {
-    MSG message;
-    while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-        ::TranslateMessage(&message);
-        ::DispatchMessageW(&message);
-    }
+    PumpUntil([] { return true; });
 }
 
 struct Exports {
@@ -271,16 +255,16 @@ class StandInTest : public testing::Test {
             return false;
         }
         if (!PumpUntil([this] { return environmentHandler_.calls > 0; })) return false;
-        if (!environmentHandler_.environment) return false;
-        environment_ = environmentHandler_.environment;
-        environmentHandler_.environment.Reset();
+        if (!environmentHandler_.result) return false;
+        environment_ = environmentHandler_.result;
+        environmentHandler_.result.Reset();
         if (FAILED(environment_->CreateCoreWebView2Controller(parent_, &controllerHandler_))) {
             return false;
         }
         if (!PumpUntil([this] { return controllerHandler_.calls > 0; })) return false;
-        if (!controllerHandler_.controller) return false;
-        controller_ = controllerHandler_.controller;
-        controllerHandler_.controller.Reset();
+        if (!controllerHandler_.result) return false;
+        controller_ = controllerHandler_.result;
+        controllerHandler_.result.Reset();
         EXPECT_EQ(controller_->put_IsVisible(TRUE), S_OK);
         if (FAILED(controller_->get_CoreWebView2(&view_)) || !view_) return false;
         ComPtr<wv2::ICoreWebView2Settings> settings;
@@ -299,8 +283,9 @@ class StandInTest : public testing::Test {
     static Exports x_;
     HWND parent_ = nullptr;
     Log log_;
-    EnvironmentHandler environmentHandler_{log_};
-    ControllerHandler controllerHandler_{log_};
+    EnvironmentHandler environmentHandler_{log_, wv2::IID_EnvironmentCompletedHandler,
+                                           "environment"};
+    ControllerHandler controllerHandler_{log_, wv2::IID_ControllerCompletedHandler, "controller"};
     MessageHandler messageHandler_{log_};
     StartingHandler startingHandler_{log_};
     CompletedHandler completedHandler_{log_};
@@ -324,20 +309,20 @@ TEST_F(StandInTest, BringUpCompletesLaterOnTheCallingThreadAndGivesEveryHandlerB
     ASSERT_TRUE(PumpUntil([this] { return environmentHandler_.calls > 0; }));
     EXPECT_EQ(environmentHandler_.calls, 1);
     EXPECT_EQ(environmentHandler_.hr, S_OK);
-    ASSERT_TRUE(environmentHandler_.environment);
+    ASSERT_TRUE(environmentHandler_.result);
     EXPECT_EQ(environmentHandler_.Refs(), 0);
-    environment_ = environmentHandler_.environment;
-    environmentHandler_.environment.Reset();
+    environment_ = environmentHandler_.result;
+    environmentHandler_.result.Reset();
 
     ASSERT_EQ(environment_->CreateCoreWebView2Controller(parent_, &controllerHandler_), S_OK);
     EXPECT_EQ(controllerHandler_.calls, 0);
     EXPECT_EQ(controllerHandler_.Refs(), 1);
     ASSERT_TRUE(PumpUntil([this] { return controllerHandler_.calls > 0; }));
     EXPECT_EQ(controllerHandler_.hr, S_OK);
-    ASSERT_TRUE(controllerHandler_.controller);
+    ASSERT_TRUE(controllerHandler_.result);
     EXPECT_EQ(controllerHandler_.Refs(), 0);
-    controller_ = controllerHandler_.controller;
-    controllerHandler_.controller.Reset();
+    controller_ = controllerHandler_.result;
+    controllerHandler_.result.Reset();
 
     EXPECT_EQ(controller_->put_IsVisible(TRUE), S_OK);
     ASSERT_EQ(controller_->get_CoreWebView2(&view_), S_OK);
@@ -520,7 +505,7 @@ TEST_F(StandInTest, EnvironmentCallbackCarriesTheFailure) {
     EXPECT_FALSE(BringUp());
     EXPECT_EQ(environmentHandler_.calls, 1);
     EXPECT_EQ(environmentHandler_.hr, E_ABORT);
-    EXPECT_FALSE(environmentHandler_.environment);
+    EXPECT_FALSE(environmentHandler_.result);
     EXPECT_EQ(environmentHandler_.Refs(), 0);
     EXPECT_EQ(Number(u"environments"), 0);
 }
@@ -532,7 +517,7 @@ TEST_F(StandInTest, ControllerCallbackCarriesTheFailure) {
     EXPECT_TRUE(environment_);
     EXPECT_EQ(controllerHandler_.calls, 1);
     EXPECT_EQ(controllerHandler_.hr, E_OUTOFMEMORY);
-    EXPECT_FALSE(controllerHandler_.controller);
+    EXPECT_FALSE(controllerHandler_.result);
     EXPECT_EQ(controllerHandler_.Refs(), 0);
     EXPECT_EQ(Number(u"controllers"), 0);
 }

@@ -19,16 +19,15 @@
 #include "foundation/text.h"
 #include "sim/pptx/pptx_deck.h"
 #include "slides/engine_harness.h"
+#include "support/shared_decks.h"
 #include "support/temp_dir.h"
 
 namespace qb {
 namespace {
 
-namespace fs = std::filesystem;
+using test::HasLetter;
 
-bool HasLetter(std::u16string_view text) {
-    return std::any_of(text.begin(), text.end(), [](char16_t c) { return IsLetter(c); });
-}
+namespace fs = std::filesystem;
 
 // What MANIFEST.tsv says a deck holds: slide text, and the text of charts,
 // SmartArt and notes, which its notes column counts.
@@ -85,13 +84,6 @@ struct OtherTexts {
     std::vector<std::u16string> fields;  // data labels that show the data: never changed
 };
 
-void AddNodes(const std::vector<sim::SmartArtNodeModel>& nodes, std::vector<std::u16string>& into) {
-    for (const auto& node : nodes) {
-        into.push_back(node.text);
-        AddNodes(node.children, into);
-    }
-}
-
 void CollectOther(const std::vector<std::shared_ptr<sim::ShapeModel>>& shapes, OtherTexts& out) {
     for (const auto& shape : shapes) {
         if (const auto& c = shape->chart) {
@@ -111,7 +103,7 @@ void CollectOther(const std::vector<std::shared_ptr<sim::ShapeModel>>& shapes, O
                 }
             }
         }
-        if (shape->smartArt) AddNodes(shape->smartArt->nodes, out.smartArt);
+        if (shape->smartArt) test::AddNodeTexts(shape->smartArt->nodes, out.smartArt);
         CollectOther(shape->children, out);
     }
 }
@@ -306,19 +298,12 @@ Row RunDeck(const fs::path& deck, const fs::path& work) {
 }
 
 TEST(PptxDecks, EveryDeckRunsAndKeepsItsText) {
-    const fs::path root = fs::path(QB_SOURCE_DIR) / ".." / "shared" / "decks";
+    const fs::path root = test::SharedDecksRoot();
     if (!fs::is_directory(root / "pptx")) {
         GTEST_SKIP() << "no decks at " << root.string() << ": the suite needs ../shared/decks";
     }
     const auto manifest = ReadManifest(root / "MANIFEST.tsv");
-    std::vector<fs::path> decks;
-    for (const char* folder : {"pptx", "pptx-bad"}) {
-        if (!fs::is_directory(root / folder)) continue;
-        for (const auto& entry : fs::directory_iterator(root / folder)) {
-            if (entry.path().extension() == ".pptx") decks.push_back(entry.path());
-        }
-    }
-    std::sort(decks.begin(), decks.end());
+    const std::vector<fs::path> decks = test::SharedDecks();
     ASSERT_FALSE(decks.empty());
 
     test::TempDir dir;

@@ -31,9 +31,12 @@
 #include "support/package_check.h"
 #include "support/pptx_parts.h"
 #include "support/pptx_writer.h"
+#include "support/shared_decks.h"
 
 namespace qb {
 namespace {
+
+using test::HasLetter;
 
 namespace fs = std::filesystem;
 using test::DeckWriter;
@@ -135,10 +138,6 @@ std::string Squeezed(std::u16string_view text) {
         if (!IsSpace(c) && c != u'\v' && c != u'\r') out.push_back(c);
     }
     return Utf16ToUtf8(out);
-}
-
-bool HasLetter(std::u16string_view text) {
-    return std::any_of(text.begin(), text.end(), [](char16_t c) { return IsLetter(c); });
 }
 
 std::vector<std::u16string> Paragraphs(const std::u16string& text) {
@@ -615,13 +614,6 @@ std::set<std::string> KnownPdfFailures(const fs::path& manifest) {
     return out;
 }
 
-void AddNodes(const std::vector<sim::SmartArtNodeModel>& nodes, std::vector<std::u16string>& into) {
-    for (const auto& node : nodes) {
-        into.push_back(node.text);
-        AddNodes(node.children, into);
-    }
-}
-
 // What a deck shows outside its text frames for sure: chart titles and
 // SmartArt nodes (a series name or category may sit on no legend or axis).
 std::vector<std::u16string> ShownOutsideFrames(const pptx::PptxDeck& deck) {
@@ -630,7 +622,7 @@ std::vector<std::u16string> ShownOutsideFrames(const pptx::PptxDeck& deck) {
         [&](const std::vector<std::shared_ptr<sim::ShapeModel>>& shapes) {
             for (const auto& shape : shapes) {
                 if (shape->chart && shape->chart->hasTitle) out.push_back(shape->chart->title.text);
-                if (shape->smartArt) AddNodes(shape->smartArt->nodes, out);
+                if (shape->smartArt) test::AddNodeTexts(shape->smartArt->nodes, out);
                 walk(shape->children);
             }
         };
@@ -640,18 +632,11 @@ std::vector<std::u16string> ShownOutsideFrames(const pptx::PptxDeck& deck) {
 }
 
 TEST(RealDecks, OutputsConvertWheneverTheirInputsDo) {
-    const fs::path root = fs::path(QB_SOURCE_DIR) / ".." / "shared" / "decks";
+    const fs::path root = test::SharedDecksRoot();
     if (!fs::is_directory(root / "pptx")) {
         GTEST_SKIP() << "no decks at " << root.string() << ": the suite needs ../shared/decks";
     }
-    std::vector<fs::path> decks;
-    for (const char* folder : {"pptx", "pptx-bad"}) {
-        if (!fs::is_directory(root / folder)) continue;
-        for (const auto& entry : fs::directory_iterator(root / folder)) {
-            if (entry.path().extension() == ".pptx") decks.push_back(entry.path());
-        }
-    }
-    std::sort(decks.begin(), decks.end());
+    const std::vector<fs::path> decks = test::SharedDecks();
     ASSERT_FALSE(decks.empty());
 
     const fs::path out = Work() / "real-out", pdf = Work() / "real-pdf";

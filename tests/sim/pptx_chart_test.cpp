@@ -198,9 +198,7 @@ std::string Between(const std::string& text, const std::string& from, const std:
     return a == std::string::npos || b == std::string::npos ? "" : text.substr(a, b - a);
 }
 
-class PptxChartTest : public test::CliFixture {
-  protected:
-};
+using PptxChartTest = test::CliFixture;
 
 TEST_F(PptxChartTest, EveryChartTextIsTranslatedInTheCachesAndTheWorkbook) {
     const std::string path = Path("deck.pptx");
